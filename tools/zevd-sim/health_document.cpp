@@ -63,7 +63,12 @@ double wave(int64_t nowMS, double periodMS, double phase) {
   return std::sin(2 * std::numbers::pi * static_cast<double>(nowMS % 86400000) / periodMS + phase);
 }
 
-double rounded(double value, double step) { return std::round(value / step) * step; }
+// Rounds to `decimals` places; dividing last keeps the result the double
+// nearest the decimal, so the JSON reads 10.2 rather than 10.200000000000001.
+double rounded(double value, int decimals) {
+  const double scale = std::pow(10.0, decimals);
+  return std::round(value * scale) / scale;
+}
 
 // Milliseconds since 1970 of the newest segment boundary at or before `atMS`.
 int64_t segmentBoundary(int64_t atMS, int64_t phaseMS) {
@@ -166,9 +171,9 @@ Json documentFor(Scenario scenario, const DaemonBuild& build, int64_t startMS, i
   // with nothing configured there is no frame at all.
   doc["newest_frame_age_ms"] = totals.newestLive.value_or(totals.newestAny.value_or(-1));
   if (totals.worst) doc["worst_frame_age_ms"] = *totals.worst;
-  doc["cpu_percent"] = rounded(std::max(cpu, 0.1), 0.1);
+  doc["cpu_percent"] = rounded(std::max(cpu, 0.1), 1);
   doc["rss_bytes"] = rss / 4096 * 4096;
-  doc["thumb_drop_ratio"] = rounded(thumbDrops, 0.001);
+  doc["thumb_drop_ratio"] = rounded(thumbDrops, 3);
   doc["cameras"] = std::move(cameras);
   doc["build"] = Json{{"version", build.version},
                       {"revision", build.revision},
