@@ -268,15 +268,32 @@ HealthAnswer healthAnswer(const SimState& state, int64_t startMS, int64_t nowMS)
   return answer;
 }
 
+nlohmann::ordered_json parseScenario(std::string_view text) {
+  // Bounded nesting keeps every later walk of the document (merging,
+  // dumping, the page) far from the end of the stack.
+  const Json::parser_callback_t depthLimit = [](int depth, Json::parse_event_t, Json&) {
+    if (depth > kMaxScenarioNesting) {
+      throw std::runtime_error("nested deeper than " + std::to_string(kMaxScenarioNesting) +
+                               " levels");
+    }
+    return true;
+  };
+  Json patch = Json::parse(text, depthLimit, /*allow_exceptions=*/false);
+  if (patch.is_discarded()) throw std::runtime_error("not valid JSON");
+  if (!patch.is_object()) throw std::runtime_error("not a JSON object");
+  return patch;
+}
+
 nlohmann::ordered_json readScenarioFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw std::runtime_error(path + ": " + std::strerror(errno));
   const std::string text(std::istreambuf_iterator<char>(in), {});
   if (in.bad()) throw std::runtime_error(path + ": read error");
-  Json patch = Json::parse(text, nullptr, /*allow_exceptions=*/false);
-  if (patch.is_discarded()) throw std::runtime_error(path + ": not valid JSON");
-  if (!patch.is_object()) throw std::runtime_error(path + ": not a JSON object");
-  return patch;
+  try {
+    return parseScenario(text);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path + ": " + error.what());
+  }
 }
 
 }  // namespace zev::sim
