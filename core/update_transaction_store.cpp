@@ -42,7 +42,8 @@ std::optional<std::string> readFileIfPresent(const fs::path& path) {
     fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) {
-    if (errno == ENOENT) return std::nullopt;
+    // ENOTDIR: a component of the path is a file, so there is no such file either.
+    if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
     throwErrno("open", path, errno);
   }
   std::string bytes;

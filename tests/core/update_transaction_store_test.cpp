@@ -74,7 +74,9 @@ TEST(UpdateTransactionStore, SavingAnAttemptAgainReplacesItsHistoryFile) {
   const auto all = store.loadAll();
   ASSERT_EQ(all.size(), 2u);
   for (const auto& loaded : all) {
-    if (loaded.id() == t.id()) EXPECT_EQ(loaded.state(), UpdateState::installing);
+    if (loaded.id() == t.id()) {
+      EXPECT_EQ(loaded.state(), UpdateState::installing);
+    }
   }
   EXPECT_EQ(std::distance(fs::directory_iterator(store.transactionsDirectory()), {}), 2);
 }
@@ -88,9 +90,10 @@ TEST(UpdateTransactionStore, UnreadableOrCorruptActiveFileIsAnErrorNotAbsence) {
     const char* name;
     std::string bytes;
   };
-  for (const Case& c : std::vector<Case>{{"empty", ""},
-                                         {"truncated", good.substr(0, good.size() / 2)},
-                                         {"case name as state", replaceState(good, "rolledBack")}}) {
+  for (const Case& c :
+       std::vector<Case>{{"empty", ""},
+                         {"truncated", good.substr(0, good.size() / 2)},
+                         {"case name as state", replaceState(good, "rolledBack")}}) {
     SCOPED_TRACE(c.name);
     writeFile(store.activeURL(), c.bytes);
     EXPECT_THROW(store.loadActive(), DecodingError);
@@ -169,6 +172,7 @@ TEST(UpdateTransactionStore, DirectoryThatCannotBeCreatedFailsTheSave) {
   writeFile(scratch.path() / "file", "");
   const UpdateTransactionStore store(scratch.path() / "file" / "reliability");
   EXPECT_THROW(store.save(record("1.0.0")), fs::filesystem_error);
+  EXPECT_EQ(store.loadActive(), std::nullopt);  // nothing there to load, which is no error
 }
 
 }  // namespace
