@@ -10,10 +10,9 @@ std::vector<std::string> ArchiveRetention::pathsToKeep(const std::vector<Archive
   for (const ArchiveRecord& record : records) {
     if (record.state == UpdateState::certified) certified.push_back(&record);
   }
-  std::stable_sort(certified.begin(), certified.end(),
-                   [](const ArchiveRecord* a, const ArchiveRecord* b) {
-                     return a->updatedAt > b->updatedAt;
-                   });
+  std::stable_sort(
+      certified.begin(), certified.end(),
+      [](const ArchiveRecord* a, const ArchiveRecord* b) { return a->updatedAt > b->updatedAt; });
   certified.resize(std::min(certified.size(), certifiedToKeep));
 
   std::vector<std::string> kept;

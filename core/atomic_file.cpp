@@ -47,9 +47,7 @@ int realMkstemp(char* nameTemplate) {
 #endif
 }
 
-int realOpenDirectory(const char* path) {
-  return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-}
+int realOpenDirectory(const char* path) { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
 
 // Removes the temporary file of a write that failed; the write's own error is
 // what the caller needs, so a failure to clean up is not reported.

@@ -62,7 +62,7 @@ struct BaselineStream {
 // The health snapshot taken before an update.
 struct UpdateBaseline {
   Timestamp capturedAt;
-  int64_t configuredStreamCount = 0;  // enabled streams at that moment
+  int64_t configuredStreamCount = 0;    // enabled streams at that moment
   std::vector<BaselineStream> streams;  // the enabled, live and fresh ones, in health order
 
   // Counts the enabled streams and keeps those that are enabled, live and

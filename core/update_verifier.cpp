@@ -18,8 +18,8 @@ VerificationAssessment UpdateVerifier::assessment(const UpdateHealth& health) co
     if (!now->enabled || !now->live || !isFreshFrameAge(now->frameAgeMS)) {
       return VerificationAssessment::staleStream(before.id);
     }
-    if (before.recording &&
-        (!before.lastSegmentMS || !now->lastSegmentMS || *before.lastSegmentMS >= *now->lastSegmentMS)) {
+    if (before.recording && (!before.lastSegmentMS || !now->lastSegmentMS ||
+                             *before.lastSegmentMS >= *now->lastSegmentMS)) {
       return VerificationAssessment::recordingNotAdvanced(before.id);
     }
   }

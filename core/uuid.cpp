@@ -63,7 +63,7 @@ std::string Uuid::string() const {
 
 size_t std::hash<zev::Uuid>::operator()(const zev::Uuid& uuid) const noexcept {
   // FNV-1a over the bytes: random UUIDs are already well mixed.
-  uint64_t hash = 14695981039346656037ull;
-  for (uint8_t byte : uuid.bytes()) hash = (hash ^ byte) * 1099511628211ull;
-  return static_cast<size_t>(hash);
+  uint64_t h = 14695981039346656037ull;
+  for (uint8_t byte : uuid.bytes()) h = (h ^ byte) * 1099511628211ull;
+  return static_cast<size_t>(h);
 }

@@ -63,23 +63,22 @@ TEST(UpdateBaseline, FreshnessBoundIsInclusiveAndNegativeAgesAreStale) {
                                          {INT64_MAX, false}}) {
     SCOPED_TRACE(c.ageMS);
     EXPECT_EQ(isFreshFrameAge(c.ageMS), c.fresh);
-    const UpdateBaseline baseline =
-        UpdateBaseline::capture({{"1", "", false, 0}, {{"c/s", true, true, c.ageMS, false, {}}}}, kAt);
+    const UpdateBaseline baseline = UpdateBaseline::capture(
+        {{"1", "", false, 0}, {{"c/s", true, true, c.ageMS, false, {}}}}, kAt);
     EXPECT_EQ(baseline.streams.size(), c.fresh ? 1u : 0u);
     EXPECT_EQ(baseline.configuredStreamCount, 1);
   }
 }
 
 TEST(UpdateBaseline, CountsEnabledStreamsAndKeepsHealthyOnesInOrder) {
-  const UpdateHealth health{
-      {"1.0", "", false, 0},
-      {
-          {"c/disabled-but-fine", false, true, 10, true, 1},
-          {"c/enabled-not-live", true, false, 10, true, 2},
-          {"c/recording", true, true, 10, true, 3},
-          {"c/stale", true, true, 6000, true, 4},
-          {"c/not-recording", true, true, 4999, false, std::nullopt},
-      }};
+  const UpdateHealth health{{"1.0", "", false, 0},
+                            {
+                                {"c/disabled-but-fine", false, true, 10, true, 1},
+                                {"c/enabled-not-live", true, false, 10, true, 2},
+                                {"c/recording", true, true, 10, true, 3},
+                                {"c/stale", true, true, 6000, true, 4},
+                                {"c/not-recording", true, true, 4999, false, std::nullopt},
+                            }};
   const UpdateBaseline baseline = UpdateBaseline::capture(health, kAt);
   EXPECT_EQ(baseline.capturedAt, kAt);
   EXPECT_EQ(baseline.configuredStreamCount, 4);
@@ -110,14 +109,16 @@ TEST(UpdateBaseline, UnexpectedlyEmptyOnlyWhenConfiguredStreamsAllUnhealthy) {
 
 TEST(UpdateHealthJSON, UsesFieldNamesInOrderAndOmitsAbsentSegment) {
   const UpdateBaseline baseline{kAt, 2, {{"c/a", true, 17}, {"c/b", false, std::nullopt}}};
-  EXPECT_EQ(toJSON(baseline).dump(),
-            R"({"capturedAt":1763683200123,"configuredStreamCount":2,"streams":)"
-            R"([{"id":"c/a","recording":true,"lastSegmentMS":17},{"id":"c/b","recording":false}]})");
+  EXPECT_EQ(
+      toJSON(baseline).dump(),
+      R"({"capturedAt":1763683200123,"configuredStreamCount":2,"streams":)"
+      R"([{"id":"c/a","recording":true,"lastSegmentMS":17},{"id":"c/b","recording":false}]})");
 
   const UpdateHealth health{{"1.2", "r", false, 9}, {{"c/a", true, false, 3, true, std::nullopt}}};
-  EXPECT_EQ(toJSON(health).dump(),
-            R"({"build":{"version":"1.2","revision":"r","modified":false,"built_ms":9},)"
-            R"("streams":[{"id":"c/a","enabled":true,"live":false,"frameAgeMS":3,"recording":true}]})");
+  EXPECT_EQ(
+      toJSON(health).dump(),
+      R"({"build":{"version":"1.2","revision":"r","modified":false,"built_ms":9},)"
+      R"("streams":[{"id":"c/a","enabled":true,"live":false,"frameAgeMS":3,"recording":true}]})");
 
   UpdateHealth decodedHealth;
   fromJSON(nlohmann::json::parse(toJSON(health).dump()), decodedHealth);

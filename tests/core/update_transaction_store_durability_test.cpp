@@ -68,10 +68,10 @@ const FileSystemCalls& withoutFlush() {
 // System calls (withoutFlush) that misbehave once, on the `faultAt`-th call of a save.
 struct Injector {
   enum class Mode {
-    fail,                   // the call fails with `error`
-    failAndKeepTemporary,   // ... and removing the temporary file fails too
-    interrupt,              // EINTR where the system can interrupt the call
-    shortWrite,             // a write writes less than asked
+    fail,                  // the call fails with `error`
+    failAndKeepTemporary,  // ... and removing the temporary file fails too
+    interrupt,             // EINTR where the system can interrupt the call
+    shortWrite,            // a write writes less than asked
   };
 
   Mode mode = Mode::fail;
@@ -93,7 +93,8 @@ struct Injector {
     const FileSystemCalls& real = withoutFlush();
     FileSystemCalls c;
     c.mkstemp = [this, &real](char* name) {
-      if (trip("mkstemp") && mode != Mode::interrupt && mode != Mode::shortWrite) return fail(error);
+      if (trip("mkstemp") && mode != Mode::interrupt && mode != Mode::shortWrite)
+        return fail(error);
       return real.mkstemp(name);
     };
     c.write = [this, &real](int fd, const void* bytes, size_t n) -> ssize_t {
@@ -134,7 +135,7 @@ struct Injector {
   }
 };
 
-const std::vector<std::string> kOneAtomicWrite = {"mkstemp", "write",  "fsync",         "close",
+const std::vector<std::string> kOneAtomicWrite = {"mkstemp", "write",         "fsync", "close",
                                                   "rename",  "openDirectory", "fsync", "close"};
 
 TEST(UpdateTransactionStoreDurability, EachWriteSyncsBeforeRenameAndSyncsDirectoryAfter) {
@@ -152,8 +153,8 @@ TEST(UpdateTransactionStoreDurability, EachWriteSyncsBeforeRenameAndSyncsDirecto
 
 TEST(UpdateTransactionStoreDurability, AFaultInAnyCallLeavesOldOrNewRecordNeverAMixture) {
   const int callsPerSave = static_cast<int>(2 * kOneAtomicWrite.size());
-  const int activeRenameStep = 5;                               // 1-based
-  const int historyRenameStep = activeRenameStep + 8;           // second write's rename
+  const int activeRenameStep = 5;                      // 1-based
+  const int historyRenameStep = activeRenameStep + 8;  // second write's rename
   for (Injector::Mode mode : {Injector::Mode::fail, Injector::Mode::failAndKeepTemporary,
                               Injector::Mode::interrupt, Injector::Mode::shortWrite}) {
     for (int step = 1; step <= callsPerSave; ++step) {
@@ -188,7 +189,9 @@ TEST(UpdateTransactionStoreDurability, AFaultInAnyCallLeavesOldOrNewRecordNeverA
       const bool historyWritten = !faultFails || step > historyRenameStep;
       EXPECT_EQ(store.loadActive(), activeReplaced ? next : old);
       EXPECT_EQ(fs::exists(nextHistory), historyWritten);
-      if (historyWritten) EXPECT_EQ(readFile(nextHistory), encodeUpdateTransaction(next));
+      if (historyWritten) {
+        EXPECT_EQ(readFile(nextHistory), encodeUpdateTransaction(next));
+      }
 
       // Temporary files are removed; where removal itself failed they stay,
       // but never pass for records.
@@ -220,7 +223,8 @@ UpdateTransaction numbered(int64_t n) {
 int64_t numberOf(const UpdateTransaction& t) { return std::stoll(t.targetVersion()); }
 
 TEST(UpdateTransactionStoreDurability, KillingTheWriterAtRandomMomentsNeverCorruptsARecord) {
-  const int rounds = std::getenv("ZEV_CRASH_ROUNDS") ? std::atoi(std::getenv("ZEV_CRASH_ROUNDS")) : 150;
+  const int rounds =
+      std::getenv("ZEV_CRASH_ROUNDS") ? std::atoi(std::getenv("ZEV_CRASH_ROUNDS")) : 150;
   testing::ScratchDirectory scratch;
   UpdateTransactionStore store(scratch.path());
   store.setFileSystemCallsForTesting(withoutFlush());
@@ -228,8 +232,9 @@ TEST(UpdateTransactionStoreDurability, KillingTheWriterAtRandomMomentsNeverCorru
   store.save(numbered(0));
 
   // Saves completed by the current writer, shared across fork.
-  auto* completed = static_cast<std::atomic<int64_t>*>(mmap(
-      nullptr, sizeof(std::atomic<int64_t>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  auto* completed = static_cast<std::atomic<int64_t>*>(mmap(nullptr, sizeof(std::atomic<int64_t>),
+                                                            PROT_READ | PROT_WRITE,
+                                                            MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   ASSERT_NE(completed, MAP_FAILED);
 
   std::mt19937 random(20261121);
@@ -295,9 +300,10 @@ TEST(UpdateTransactionStoreDurability, KillingTheWriterAtRandomMomentsNeverCorru
     next = first + done + 1;
   }
   munmap(completed, sizeof(std::atomic<int64_t>));
-  std::printf("crash test: %d writers killed, %lld saves completed, %d kills between an active "
-              "file's rename and the end of its save\n",
-              rounds, static_cast<long long>(totalSaves), killedMidSave);
+  std::printf(
+      "crash test: %d writers killed, %lld saves completed, %d kills between an active "
+      "file's rename and the end of its save\n",
+      rounds, static_cast<long long>(totalSaves), killedMidSave);
 }
 
 }  // namespace

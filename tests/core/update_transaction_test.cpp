@@ -14,10 +14,10 @@ const Uuid kId = *Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
 const Timestamp kCreated = timestampFromMillisecondsSince1970(1763683200000);
 
 UpdateTransaction sample() {
-  return UpdateTransaction("1.4.2", "1.5.0",
-                           {timestampFromMillisecondsSince1970(1763683199500), 1,
-                            {{"cam1/main", true, 1763683190000}}},
-                           "/home/u/.zevd/reliability/archives/E621E1F8", kCreated, kId);
+  return UpdateTransaction(
+      "1.4.2", "1.5.0",
+      {timestampFromMillisecondsSince1970(1763683199500), 1, {{"cam1/main", true, 1763683190000}}},
+      "/home/u/.zevd/reliability/archives/E621E1F8", kCreated, kId);
 }
 
 constexpr const char* kSampleJSON =
@@ -158,8 +158,9 @@ TEST(Uuid, CanonicalTextIsUpperCaseAndRoundTrips) {
   EXPECT_NE(fresh, Uuid::random());
   EXPECT_EQ(Uuid::parse(fresh.string()), fresh);
   EXPECT_EQ(fresh.string()[14], '4');  // version 4
-  for (const char* bad : {"", "E621E1F8-C36C-495A-93FC-0C247A3E6E5", "E621E1F8-C36C-495A-93FC_0C247A3E6E5F",
-                          "G621E1F8-C36C-495A-93FC-0C247A3E6E5F", " E621E1F8-C36C-495A-93FC-0C247A3E6E5F"}) {
+  for (const char* bad :
+       {"", "E621E1F8-C36C-495A-93FC-0C247A3E6E5", "E621E1F8-C36C-495A-93FC_0C247A3E6E5F",
+        "G621E1F8-C36C-495A-93FC-0C247A3E6E5F", " E621E1F8-C36C-495A-93FC-0C247A3E6E5F"}) {
     SCOPED_TRACE(bad);
     EXPECT_FALSE(Uuid::parse(bad).has_value());
   }

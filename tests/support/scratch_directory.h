@@ -15,7 +15,8 @@ namespace zev::testing {
 class ScratchDirectory {
  public:
   ScratchDirectory() {
-    std::string nameTemplate = (std::filesystem::temp_directory_path() / "zev-test-XXXXXX").string();
+    std::string nameTemplate =
+        (std::filesystem::temp_directory_path() / "zev-test-XXXXXX").string();
     if (!::mkdtemp(nameTemplate.data())) throw std::runtime_error("mkdtemp failed");
     m_path = nameTemplate;
   }
