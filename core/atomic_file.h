@@ -5,8 +5,9 @@
 // The write goes to a unique temporary file in the target's directory, named
 // ".<target name>.tmp-XXXXXX" so that it never carries the target's extension,
 // is flushed to stable storage, closed with its result checked, renamed over
-// the target, and the directory itself is then synced. Temporary files are
-// created readable and writable by the owner only.
+// the target, and the directory itself is then synced. The file is created
+// readable and writable by its owner only and keeps that mode once renamed:
+// update records are the user's own business.
 //
 // Reentrant; two writers of one target are not coordinated beyond the atomic
 // rename (the last rename wins).
