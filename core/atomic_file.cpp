@@ -98,7 +98,12 @@ const FileSystemCalls& FileSystemCalls::system() {
 void writeFileAtomically(const fs::path& target, std::string_view bytes,
                          const FileSystemCalls& calls) {
   const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  std::string temporary = (directory / ("." + target.filename().string() + ".tmp-XXXXXX")).string();
+  // Appended piece by piece: gcc 12 misreads "." + std::string&& under -O2
+  // (a false -Wrestrict).
+  std::string name = ".";
+  name += target.filename().string();
+  name += ".tmp-XXXXXX";
+  std::string temporary = (directory / name).string();
 
   std::vector<char> nameTemplate(temporary.begin(), temporary.end());
   nameTemplate.push_back('\0');
