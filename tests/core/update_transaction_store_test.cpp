@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,11 @@ std::string replaceState(std::string json, const std::string& state) {
   return json;
 }
 
+std::string readFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
 void writeFile(const fs::path& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
@@ -37,12 +43,6 @@ std::vector<std::string> targets(const std::vector<UpdateTransaction>& transacti
   for (const auto& t : transactions) names.push_back(t.targetVersion());
   std::sort(names.begin(), names.end());
   return names;
-}
-
-TEST(UpdateTransactionStore, DerivesItsLocationsFromTheDirectory) {
-  const UpdateTransactionStore store("/home/u/.zevd/reliability");
-  EXPECT_EQ(store.activeURL(), "/home/u/.zevd/reliability/active-update.json");
-  EXPECT_EQ(store.transactionsDirectory(), "/home/u/.zevd/reliability/transactions");
 }
 
 TEST(UpdateTransactionStore, SaveCreatesDirectoriesAndBothFilesHoldTheSameRecord) {
@@ -57,7 +57,10 @@ TEST(UpdateTransactionStore, SaveCreatesDirectoriesAndBothFilesHoldTheSameRecord
   store.save(t);
   EXPECT_EQ(store.loadActive(), t);
   EXPECT_EQ(store.loadAll(), std::vector<UpdateTransaction>{t});
-  EXPECT_TRUE(fs::is_regular_file(store.transactionsDirectory() / (t.id().string() + ".json")));
+  const fs::path dir = scratch.path() / "deep" / "reliability";
+  const std::string bytes = encodeUpdateTransaction(t);
+  EXPECT_EQ(readFile(dir / "active-update.json"), bytes);
+  EXPECT_EQ(readFile(dir / "transactions" / (t.id().string() + ".json")), bytes);
 }
 
 TEST(UpdateTransactionStore, SavingAnAttemptAgainReplacesItsHistoryFile) {

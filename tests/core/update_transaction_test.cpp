@@ -34,14 +34,6 @@ std::string replaced(std::string text, const std::string& from, const std::strin
   return text;
 }
 
-TEST(UpdateTransaction, NewAttemptIsPreparingWithoutReason) {
-  const UpdateTransaction t = sample();
-  EXPECT_EQ(t.state(), UpdateState::preparing);
-  EXPECT_EQ(t.createdAt(), kCreated);
-  EXPECT_EQ(t.updatedAt(), kCreated);
-  EXPECT_FALSE(t.failureReason().has_value());
-}
-
 TEST(UpdateTransaction, ResumedAfterLaunchOnlyMovesInstallingToVerifying) {
   const Timestamp later = kCreated + std::chrono::minutes(3);
   for (UpdateState state : {UpdateState::preparing, UpdateState::installing, UpdateState::verifying,
