@@ -224,7 +224,7 @@ int64_t numberOf(const UpdateTransaction& t) { return std::stoll(t.targetVersion
 
 TEST(UpdateTransactionStoreDurability, KillingTheWriterAtRandomMomentsNeverCorruptsARecord) {
   const int rounds =
-      std::getenv("ZEV_CRASH_ROUNDS") ? std::atoi(std::getenv("ZEV_CRASH_ROUNDS")) : 150;
+      std::getenv("ZEV_CRASH_ROUNDS") ? std::atoi(std::getenv("ZEV_CRASH_ROUNDS")) : 100;
   testing::ScratchDirectory scratch;
   UpdateTransactionStore store(scratch.path());
   store.setFileSystemCallsForTesting(withoutFlush());
@@ -239,7 +239,7 @@ TEST(UpdateTransactionStoreDurability, KillingTheWriterAtRandomMomentsNeverCorru
 
   std::mt19937 random(20261121);
   std::uniform_int_distribution<int> delayUS(0, 1000);
-  std::uniform_int_distribution<int64_t> saves(1, 4);
+  std::uniform_int_distribution<int64_t> saves(2, 6);
   int64_t lastActive = 0;
   int64_t next = 1;
   int64_t totalSaves = 0;
