@@ -1,0 +1,67 @@
+// The key=value scanner under LogLine::parse. Internal to the log code; tests
+// reach it through detail::parseLogFields.
+//
+// A line is read as a sequence of user-perceived characters (grapheme
+// clusters). Delimiters are "=", the double quote, the backslash and
+// whitespace; a delimiter followed by a combining mark (or any other code
+// point that joins it into one character) is not that delimiter any more, so
+// `"` followed by U+0301 does not close a value and a space carrying an accent
+// is a visible character, not a separator. A carriage return and the line feed
+// after it form one whitespace character. Whitespace is every code point with
+// the Unicode White_Space property.
+//
+// Pure ASCII is decided byte by byte; ICU's character properties are asked
+// only where a non-ASCII byte sits next to a delimiter or could itself be
+// whitespace.
+#ifndef ZEV_CORE_LOG_FIELDS_H_
+#define ZEV_CORE_LOG_FIELDS_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace zev::detail {
+
+// One field, as views into the scanned line.
+struct LogField {
+  std::string_view key;
+  // Unquoted: the value itself. Quoted: the text between the quotes with its
+  // backslash escapes still in place when `escaped` is set (resolve them with
+  // unescapeLogValue), else the value itself.
+  std::string_view value;
+  bool escaped = false;
+};
+
+// Yields the fields of one line in order, duplicates included; bare words and
+// pairs with an empty key are skipped. Never allocates.
+class LogFieldScanner {
+ public:
+  explicit LogFieldScanner(std::string_view line) : m_line(line) {}
+
+  // Fills `field` with the next field; false once the line is exhausted.
+  bool next(LogField& field);
+
+ private:
+  size_t whitespaceAt(size_t at) const;
+  bool standsAlone(size_t at) const;
+  size_t skipWhitespace(size_t at) const;
+  size_t endOfToken(size_t at, bool stopAtEquals) const;
+
+  std::string_view m_line;
+  size_t m_pos = 0;
+};
+
+// Writes a quoted value (a LogField::value from `line`) with its escapes
+// resolved to `out`, which has room for value.size() bytes, and returns the
+// number of bytes written: a backslash makes the next character literal, and
+// a backslash that ends the line is dropped. No escape becomes a control
+// character: \n is the letter n.
+size_t unescapeLogValue(std::string_view line, std::string_view value, char* out);
+
+// The field map of a line: the last occurrence of a key wins.
+std::unordered_map<std::string, std::string> parseLogFields(std::string_view line);
+
+}  // namespace zev::detail
+
+#endif  // ZEV_CORE_LOG_FIELDS_H_
