@@ -17,6 +17,7 @@
 #define ZEV_CORE_LOG_FIELDS_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -33,16 +34,31 @@ struct LogField {
   bool escaped = false;
 };
 
+enum class LogScanPath {
+  // Pure-ASCII lines of up to kASCIIPathMaxBytes take a path that classifies
+  // every byte in one vector pass and then walks bit masks; others take the
+  // general path.
+  automatic,
+  // Always the general, character-by-character path (tests compare the two).
+  general,
+};
+
 // Yields the fields of one line in order, duplicates included; bare words and
 // pairs with an empty key are skipped. Never allocates.
 class LogFieldScanner {
  public:
-  explicit LogFieldScanner(std::string_view line) : m_line(line) {}
+  static constexpr size_t kASCIIPathMaxBytes = 512;
+
+  explicit LogFieldScanner(std::string_view line, LogScanPath path = LogScanPath::automatic);
 
   // Fills `field` with the next field; false once the line is exhausted.
   bool next(LogField& field);
 
  private:
+  static constexpr size_t kMaskWords = kASCIIPathMaxBytes / 64;
+
+  bool nextASCII(LogField& field);
+  bool nextGeneral(LogField& field);
   size_t whitespaceAt(size_t at) const;
   bool standsAlone(size_t at) const;
   size_t skipWhitespace(size_t at) const;
@@ -50,6 +66,11 @@ class LogFieldScanner {
 
   std::string_view m_line;
   size_t m_pos = 0;
+  bool m_ascii = false;
+  // ASCII path: one bit per byte of the line.
+  uint64_t m_space[kMaskWords];
+  uint64_t m_spaceOrEquals[kMaskWords];
+  uint64_t m_quoteOrBackslash[kMaskWords];
 };
 
 // Writes a quoted value (a LogField::value from `line`) with its escapes
@@ -60,7 +81,8 @@ class LogFieldScanner {
 size_t unescapeLogValue(std::string_view line, std::string_view value, char* out);
 
 // The field map of a line: the last occurrence of a key wins.
-std::unordered_map<std::string, std::string> parseLogFields(std::string_view line);
+std::unordered_map<std::string, std::string> parseLogFields(
+    std::string_view line, LogScanPath path = LogScanPath::automatic);
 
 }  // namespace zev::detail
 

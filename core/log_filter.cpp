@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <unordered_set>
 
 #include "core/localized_search.h"
 #include "core/unicode_text.h"
@@ -31,14 +32,19 @@ std::vector<const LogLine*> LogFilter::apply(std::span<const LogLine> lines,
 }
 
 std::vector<std::string> LogFilter::availableCameras(std::span<const LogLine> lines) {
-  std::vector<std::string_view> names;
+  // A log names a handful of cameras thousands of times: collect the
+  // distinct names first, then sort those few.
+  std::unordered_set<std::string_view> distinct;
+  std::string_view previous;
   for (const LogLine& line : lines) {
     const auto name = line.camera();
-    if (name && !name->empty()) names.push_back(*name);
+    if (!name || name->empty() || *name == previous) continue;
+    distinct.insert(*name);
+    previous = *name;
   }
+  std::vector<std::string_view> names(distinct.begin(), distinct.end());
   // Byte order of UTF-8 is code-point order.
   std::sort(names.begin(), names.end());
-  names.erase(std::unique(names.begin(), names.end()), names.end());
   return {names.begin(), names.end()};
 }
 
