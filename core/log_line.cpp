@@ -29,6 +29,7 @@ size_t formatHex(uint64_t hash, char* out) {
 }
 
 uint32_t checkedSize(size_t size) {
+  // Spans are 32-bit; a 4 GiB line is not a log line.
   if (size >= std::numeric_limits<uint32_t>::max()) {
     throw std::length_error("log line longer than 4 GiB");
   }
@@ -47,12 +48,6 @@ std::optional<LogSeverity> severityFromLevel(std::string_view level) {
   }
   return logSeverityFromRawValue(std::string_view(lower, level.size()));
 }
-
-// Where a field of interest was last seen.
-struct FoundField {
-  bool present = false;
-  detail::LogField field;
-};
 
 }  // namespace
 
@@ -102,6 +97,117 @@ std::string stableID(std::string_view text) {
   return std::string(digits, formatHex(stableHash(text), digits));
 }
 
+// Parsing in two steps: measure finds the fields of a line and how many bytes
+// its texts need; place writes them into a block and builds the line. Bulk
+// parsing measures many lines, allocates once, then places them all.
+struct LogLineBuilder {
+  struct Field {
+    std::string_view value;
+    bool present = false;
+    bool escaped = false;
+  };
+  struct Layout {
+    std::string_view raw;
+    uint64_t hash = 0;
+    Field timestamp;
+    Field camera;
+    Field message;
+    uint8_t severity = LogLine::kNoSeverity;
+    size_t textSize = 0;  // an upper bound: escapes only shrink a value
+  };
+
+  static Layout measure(std::string_view raw, uint64_t hash) {
+    // One pass over the fields, remembering the last occurrence of each key
+    // of interest.
+    Field time, ts, level, camera, cam, msg;
+    detail::LogFieldScanner scanner(raw);
+    detail::LogField field;
+    while (scanner.next(field)) {
+      Field* slot = nullptr;
+      switch (field.key.size()) {
+        case 2:
+          if (field.key == "ts") slot = &ts;
+          break;
+        case 3:
+          if (field.key == "msg") {
+            slot = &msg;
+          } else if (field.key == "cam") {
+            slot = &cam;
+          }
+          break;
+        case 4:
+          if (field.key == "time") slot = &time;
+          break;
+        case 5:
+          if (field.key == "level") slot = &level;
+          break;
+        case 6:
+          if (field.key == "camera") slot = &camera;
+          break;
+        default:
+          break;
+      }
+      if (slot != nullptr) *slot = {field.value, true, field.escaped};
+    }
+
+    Layout layout;
+    layout.raw = raw;
+    layout.hash = hash;
+    layout.timestamp = time.present ? time : ts;
+    layout.camera = camera.present ? camera : cam;
+    layout.message = msg;
+    if (level.present) {
+      std::optional<LogSeverity> severity;
+      if (level.escaped) {
+        std::string unescaped(level.value);
+        unescaped.resize(detail::unescapeLogValue(raw, level.value, unescaped.data()));
+        severity = severityFromLevel(unescaped);
+      } else {
+        severity = severityFromLevel(level.value);
+      }
+      if (severity) layout.severity = static_cast<uint8_t>(*severity);
+    }
+    size_t size = 16 + raw.size();
+    for (const Field* f : {&layout.timestamp, &layout.camera, &layout.message}) {
+      if (f->present && f->escaped) size += f->value.size();
+    }
+    layout.textSize = size;
+    return layout;
+  }
+
+  // Builds the line with its texts at `at` inside `block` (which has at
+  // least layout.textSize bytes from there) and advances `at` past them.
+  static LogLine place(const Layout& layout, const std::shared_ptr<char[]>& block, size_t& at) {
+    LogLine line;
+    char* const text = block.get() + at;
+    const std::string_view raw = layout.raw;
+    const auto idSize = static_cast<uint32_t>(formatHex(layout.hash, text));
+    if (!raw.empty()) std::memcpy(text + idSize, raw.data(), raw.size());
+    line.m_id = {0, idSize};
+    line.m_raw = {idSize, checkedSize(raw.size())};
+
+    uint32_t used = idSize + line.m_raw.size;
+    auto spanOf = [&](const Field& f) -> LogLine::Span {
+      if (!f.present) return {0, LogLine::kAbsent};
+      if (!f.escaped) {
+        const auto offset = static_cast<uint32_t>(f.value.data() - raw.data());
+        return {idSize + offset, static_cast<uint32_t>(f.value.size())};
+      }
+      const auto size = static_cast<uint32_t>(detail::unescapeLogValue(raw, f.value, text + used));
+      const LogLine::Span span{used, size};
+      used += size;
+      return span;
+    };
+    line.m_timestamp = spanOf(layout.timestamp);
+    line.m_camera = spanOf(layout.camera);
+    line.m_message = layout.message.present ? spanOf(layout.message) : line.m_raw;
+    line.m_severity = layout.severity;
+    line.m_text = std::shared_ptr<const char[]>(block, text);
+    at += used;
+    return line;
+  }
+};
+
 LogLine::LogLine(std::string_view id, std::string_view raw,
                  std::optional<std::string_view> timestamp, std::optional<LogSeverity> severity,
                  std::optional<std::string_view> camera, std::string_view message) {
@@ -109,10 +215,10 @@ LogLine::LogLine(std::string_view id, std::string_view raw,
   const size_t cameraSize = camera ? camera->size() : 0;
   const uint32_t total =
       checkedSize(id.size() + raw.size() + tsSize + cameraSize + message.size());
-  m_text = std::make_unique_for_overwrite<char[]>(total == 0 ? 1 : total);
+  auto block = std::make_shared_for_overwrite<char[]>(total == 0 ? 1 : total);
   uint32_t at = 0;
   auto place = [&](std::string_view text) {
-    std::memcpy(m_text.get() + at, text.data(), text.size());
+    if (!text.empty()) std::memcpy(block.get() + at, text.data(), text.size());
     const Span span{at, static_cast<uint32_t>(text.size())};
     at += span.size;
     return span;
@@ -122,23 +228,8 @@ LogLine::LogLine(std::string_view id, std::string_view raw,
   m_timestamp = timestamp ? place(*timestamp) : Span{0, kAbsent};
   m_camera = camera ? place(*camera) : Span{0, kAbsent};
   m_message = place(message);
-  m_extraSize = static_cast<uint32_t>(tsSize + cameraSize + message.size());
   m_severity = severity ? static_cast<uint8_t>(*severity) : kNoSeverity;
-}
-
-uint32_t LogLine::textSize() const { return m_raw.offset + m_raw.size + m_extraSize; }
-
-LogLine::LogLine(const LogLine& other)
-    : m_id(other.m_id),
-      m_raw(other.m_raw),
-      m_timestamp(other.m_timestamp),
-      m_camera(other.m_camera),
-      m_message(other.m_message),
-      m_extraSize(other.m_extraSize),
-      m_severity(other.m_severity) {
-  const uint32_t size = other.textSize();
-  m_text = std::make_unique_for_overwrite<char[]>(size == 0 ? 1 : size);
-  if (other.m_text) std::memcpy(m_text.get(), other.m_text.get(), size);
+  m_text = std::move(block);
 }
 
 LogLine::LogLine(LogLine&& other) noexcept
@@ -148,7 +239,6 @@ LogLine::LogLine(LogLine&& other) noexcept
       m_timestamp(std::exchange(other.m_timestamp, {0, kAbsent})),
       m_camera(std::exchange(other.m_camera, {0, kAbsent})),
       m_message(std::exchange(other.m_message, {})),
-      m_extraSize(std::exchange(other.m_extraSize, 0)),
       m_severity(std::exchange(other.m_severity, kNoSeverity)) {}
 
 LogLine& LogLine::operator=(LogLine&& other) noexcept {
@@ -159,14 +249,8 @@ LogLine& LogLine::operator=(LogLine&& other) noexcept {
     m_timestamp = std::exchange(other.m_timestamp, {0, kAbsent});
     m_camera = std::exchange(other.m_camera, {0, kAbsent});
     m_message = std::exchange(other.m_message, {});
-    m_extraSize = std::exchange(other.m_extraSize, 0);
     m_severity = std::exchange(other.m_severity, kNoSeverity);
   }
-  return *this;
-}
-
-LogLine& LogLine::operator=(const LogLine& other) {
-  if (this != &other) *this = LogLine(other);
   return *this;
 }
 
@@ -176,96 +260,37 @@ bool operator==(const LogLine& a, const LogLine& b) {
          a.message() == b.message();
 }
 
-LogLine LogLine::parse(std::string_view raw) { return parseWithHash(raw, stableHash(raw)); }
-
-LogLine parseLogLineWithHash(std::string_view raw, uint64_t rawHash) {
-  return LogLine::parseWithHash(raw, rawHash);
+LogLine LogLine::parse(std::string_view raw) {
+  const LogLineBuilder::Layout layout = LogLineBuilder::measure(raw, stableHash(raw));
+  checkedSize(layout.textSize);
+  const auto block = std::make_shared_for_overwrite<char[]>(layout.textSize);
+  size_t at = 0;
+  return LogLineBuilder::place(layout, block, at);
 }
 
-LogLine LogLine::parseWithHash(std::string_view raw, uint64_t rawHash) {
-  // One pass over the fields, remembering the last occurrence of each key of
-  // interest; texts are copied once, at the end.
-  FoundField time, ts, level, camera, cam, msg;
-  detail::LogFieldScanner scanner(raw);
-  detail::LogField field;
-  size_t escapedBytes = 0;
-  while (scanner.next(field)) {
-    FoundField* slot = nullptr;
-    switch (field.key.size()) {
-      case 2:
-        if (field.key == "ts") slot = &ts;
-        break;
-      case 3:
-        if (field.key == "msg") {
-          slot = &msg;
-        } else if (field.key == "cam") {
-          slot = &cam;
-        }
-        break;
-      case 4:
-        if (field.key == "time") slot = &time;
-        break;
-      case 5:
-        if (field.key == "level") slot = &level;
-        break;
-      case 6:
-        if (field.key == "camera") slot = &camera;
-        break;
-      default:
-        break;
+void parseLogLines(const std::string_view* raws, const uint64_t* hashes, size_t count,
+                   std::vector<LogLine>& out) {
+  // Blocks of up to this many lines: few allocations, and a line kept alive
+  // holds on to a small part of a load only.
+  constexpr size_t kLinesPerBlock = 256;
+  std::vector<LogLineBuilder::Layout> layouts;
+  layouts.reserve(std::min(count, kLinesPerBlock));
+  out.reserve(out.size() + count);
+  for (size_t first = 0; first < count; first += kLinesPerBlock) {
+    const size_t last = std::min(count, first + kLinesPerBlock);
+    layouts.clear();
+    size_t total = 0;
+    for (size_t i = first; i < last; ++i) {
+      layouts.push_back(LogLineBuilder::measure(raws[i], hashes[i]));
+      checkedSize(layouts.back().textSize);
+      total += layouts.back().textSize;
     }
-    if (slot != nullptr) {
-      slot->present = true;
-      slot->field = field;
+    const auto block = std::make_shared_for_overwrite<char[]>(total);
+    size_t at = 0;
+    for (const LogLineBuilder::Layout& layout : layouts) {
+      out.push_back(LogLineBuilder::place(layout, block, at));
     }
   }
-  const FoundField& timestamp = time.present ? time : ts;
-  const FoundField& cameraField = camera.present ? camera : cam;
-  for (const FoundField* f : {&timestamp, &cameraField, static_cast<const FoundField*>(&msg)}) {
-    if (f->present && f->field.escaped) escapedBytes += f->field.value.size();
-  }
-
-  LogLine line;
-  char digits[16];
-  const size_t idSize = formatHex(rawHash, digits);
-  const uint32_t capacity = checkedSize(idSize + raw.size() + escapedBytes);
-  line.m_text = std::make_unique_for_overwrite<char[]>(capacity == 0 ? 1 : capacity);
-  char* const text = line.m_text.get();
-  std::memcpy(text, digits, idSize);
-  if (!raw.empty()) std::memcpy(text + idSize, raw.data(), raw.size());
-  line.m_id = {0, static_cast<uint32_t>(idSize)};
-  line.m_raw = {static_cast<uint32_t>(idSize), static_cast<uint32_t>(raw.size())};
-
-  uint32_t extra = line.m_raw.offset + line.m_raw.size;
-  auto spanOf = [&](const FoundField& f) -> Span {
-    if (!f.present) return {0, kAbsent};
-    if (!f.field.escaped) {
-      const auto offset = static_cast<size_t>(f.field.value.data() - raw.data());
-      return {static_cast<uint32_t>(line.m_raw.offset + offset),
-              static_cast<uint32_t>(f.field.value.size())};
-    }
-    const size_t size = detail::unescapeLogValue(raw, f.field.value, text + extra);
-    const Span span{extra, static_cast<uint32_t>(size)};
-    extra += span.size;
-    return span;
-  };
-  line.m_timestamp = spanOf(timestamp);
-  line.m_camera = spanOf(cameraField);
-  line.m_message = msg.present ? spanOf(msg) : line.m_raw;
-  line.m_extraSize = extra - (line.m_raw.offset + line.m_raw.size);
-
-  if (level.present) {
-    std::optional<LogSeverity> severity;
-    if (level.field.escaped) {
-      std::string unescaped(level.field.value);
-      unescaped.resize(detail::unescapeLogValue(raw, level.field.value, unescaped.data()));
-      severity = severityFromLevel(unescaped);
-    } else {
-      severity = severityFromLevel(level.field.value);
-    }
-    if (severity) line.m_severity = static_cast<uint8_t>(*severity);
-  }
-  return line;
 }
 
 }  // namespace zev

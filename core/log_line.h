@@ -6,10 +6,12 @@
 // line that does not follow the form (a crash trace on stderr) still parses,
 // with the optional fields absent and the whole line as its message.
 //
-// A LogLine is an immutable value. Its texts live in one heap block owned by
-// the line, so parsing a line allocates once; copies are deep, moves are
-// cheap. The accessors return views into that block, valid while the line
-// lives. Safe to share between threads once built.
+// A LogLine is an immutable value. Its texts live in an immutable heap block
+// that copies share (a copy costs a reference count, not the text); lines
+// parsed together by parseLogLines share one block, so a tail load allocates a
+// handful of blocks rather than one per line, and one line kept alive keeps
+// its block alive. The accessors return views into the block, valid while any
+// line holding it lives. Safe to share between threads once built.
 #ifndef ZEV_CORE_LOG_LINE_H_
 #define ZEV_CORE_LOG_LINE_H_
 
@@ -18,6 +20,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/log_severity.h"
 
@@ -42,8 +45,8 @@ class LogLine {
   //  - id: stableID(raw).
   static LogLine parse(std::string_view raw);
 
-  LogLine(const LogLine& other);
-  LogLine& operator=(const LogLine& other);
+  LogLine(const LogLine& other) = default;
+  LogLine& operator=(const LogLine& other) = default;
   // A moved-from line is empty: every text empty, optionals absent.
   LogLine(LogLine&& other) noexcept;
   LogLine& operator=(LogLine&& other) noexcept;
@@ -74,24 +77,22 @@ class LogLine {
   static constexpr uint32_t kAbsent = UINT32_MAX;
   static constexpr uint8_t kNoSeverity = 0xFF;
 
+  friend struct LogLineBuilder;
+
   LogLine() = default;
-  static LogLine parseWithHash(std::string_view raw, uint64_t rawHash);
-  friend LogLine parseLogLineWithHash(std::string_view raw, uint64_t rawHash);
 
   std::string_view view(Span span) const { return {m_text.get() + span.offset, span.size}; }
   std::optional<std::string_view> optionalView(Span span) const {
     if (span.size == kAbsent) return std::nullopt;
     return view(span);
   }
-  uint32_t textSize() const;
-
-  std::unique_ptr<char[]> m_text;
+  // Points at this line's first byte inside a block shared with others.
+  std::shared_ptr<const char[]> m_text;
   Span m_id;
   Span m_raw;
   Span m_timestamp{0, kAbsent};
   Span m_camera{0, kAbsent};
   Span m_message;
-  uint32_t m_extraSize = 0;  // bytes after raw: unescaped field texts
   uint8_t m_severity = kNoSeverity;
 };
 
@@ -100,9 +101,11 @@ class LogLine {
 std::string stableID(std::string_view text);
 uint64_t stableHash(std::string_view text);
 
-// For loaders that hash many lines at once (see stableHashes): parses `raw`
-// whose stableHash is already known to be `rawHash`.
-LogLine parseLogLineWithHash(std::string_view raw, uint64_t rawHash);
+// Parses `count` lines into `out`, as LogLine::parse would, placing their
+// texts in a few shared blocks. `hashes[i]` must be stableHash(raws[i]); bulk
+// callers compute them with stableHashes.
+void parseLogLines(const std::string_view* raws, const uint64_t* hashes, size_t count,
+                   std::vector<LogLine>& out);
 
 // stableHash of each text, computed several at a time: the hash is one long
 // dependency chain per text, so interleaving texts keeps the multiplier busy.

@@ -142,8 +142,7 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
   stableHashes(texts.data(), count, hashes.data());
 
   LogTailResult result;
-  result.lines.reserve(count);
-  for (size_t i = 0; i < count; ++i) result.lines.push_back(parseLogLineWithHash(texts[i], hashes[i]));
+  parseLogLines(texts.data(), hashes.data(), count, result.lines);
   result.bytesRead = static_cast<int64_t>(readCount);
   result.fileSize = fileSize;
   result.wasTruncated = offset > 0 || moreLinesThanBudget;

@@ -172,11 +172,13 @@ TEST(LogLine, IdenticalTextSharesAnIdAndEqualityComparesEveryField) {
   EXPECT_EQ(built, LogLine("id", "raw", std::nullopt, LogSeverity::info, "cam", "message"));
 }
 
-TEST(LogLine, CopiesAreIndependentAndMovedFromLinesAreEmpty) {
+TEST(LogLine, CopiesStayValidAndMovedFromLinesAreEmpty) {
   LogLine original = LogLine::parse("camera=\"a\\\"b\" msg=\"x\\\\y\"");
   const LogLine copy = original;
   LogLine moved = std::move(original);
   EXPECT_EQ(copy, moved);
+  moved = LogLine::parse("other");  // drops one holder of the shared text
+  EXPECT_EQ(copy.raw(), "camera=\"a\\\"b\" msg=\"x\\\\y\"");
   EXPECT_EQ(copy.camera(), "a\"b");
   EXPECT_EQ(copy.message(), "x\\y");
   EXPECT_EQ(original.raw(), "");  // NOLINT(bugprone-use-after-move): documented state

@@ -106,6 +106,20 @@ TEST_F(LogTailLoaderTest, ParsesEachLineAndIdenticalLinesShareAnId) {
   EXPECT_EQ(result.lines[2].camera(), "yard");
 }
 
+TEST_F(LogTailLoaderTest, LinesOutliveTheResultTheyCameFrom) {
+  std::string contents;
+  for (int i = 0; i < 600; ++i) contents += "level=info msg=\"line " + std::to_string(i) + "\"\n";
+  const fs::path path = write(contents);
+  std::vector<LogLine> kept;
+  {
+    LogTailResult result = LogTailLoader::load(path, 1 << 20, 5000);
+    ASSERT_EQ(result.lines.size(), 600u);
+    kept = {result.lines[3], result.lines[599]};
+  }
+  EXPECT_EQ(kept[0].message(), "line 3");
+  EXPECT_EQ(kept[1].message(), "line 599");
+}
+
 TEST_F(LogTailLoaderTest, MissingFileThrowsNotFound) {
   try {
     (void)LogTailLoader::load(m_dir / "absent.log", 100, 10);
