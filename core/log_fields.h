@@ -17,6 +17,7 @@
 #define ZEV_CORE_LOG_FIELDS_H_
 
 #include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -72,6 +73,76 @@ class LogFieldScanner {
   uint64_t m_spaceOrEquals[kMaskWords];
   uint64_t m_quoteOrBackslash[kMaskWords];
 };
+
+// The first index from `from` whose bit is set (or, with `invert`, clear) in
+// `mask`, or `n` when there is none before it.
+template <bool invert>
+inline size_t findBit(const uint64_t* mask, size_t words, size_t from, size_t n) {
+  size_t w = from / 64;
+  if (w >= words) return n;
+  uint64_t bits = (invert ? ~mask[w] : mask[w]) & (~uint64_t{0} << (from % 64));
+  while (bits == 0) {
+    if (++w >= words) return n;
+    bits = invert ? ~mask[w] : mask[w];
+  }
+  return std::min(n, w * 64 + static_cast<size_t>(__builtin_ctzll(bits)));
+}
+
+
+// next() and the ASCII walk are inline: they run once per field of every
+// line of a tail load.
+inline bool LogFieldScanner::next(LogField& field) {
+  return m_ascii ? nextASCII(field) : nextGeneral(field);
+}
+
+// The grammar for ASCII text, where every byte is a character of its own and
+// CR LF is two whitespace bytes, which come to the same thing.
+inline bool LogFieldScanner::nextASCII(LogField& field) {
+  const size_t n = m_line.size();
+  const size_t words = (n + 63) / 64;
+  for (;;) {
+    const size_t start = detail::findBit<true>(m_space, words, m_pos, n);
+    if (start >= n) {
+      m_pos = n;
+      return false;
+    }
+    const size_t keyEnd = detail::findBit<false>(m_spaceOrEquals, words, start, n);
+    if (keyEnd >= n || m_line[keyEnd] != '=') {
+      m_pos = keyEnd;  // a bare word
+      continue;
+    }
+    const size_t valueStart = keyEnd + 1;
+    std::string_view value;
+    bool escaped = false;
+    if (valueStart >= n) {
+      m_pos = n;
+    } else if (m_line[valueStart] == '"') {
+      size_t at = valueStart + 1;
+      size_t close = n;
+      for (;;) {
+        at = detail::findBit<false>(m_quoteOrBackslash, words, at, n);
+        if (at >= n) break;
+        if (m_line[at] == '"') {
+          close = at;
+          break;
+        }
+        escaped = true;
+        at = std::min(n, at + 2);  // the escaped byte is literal
+      }
+      value = m_line.substr(valueStart + 1, close - valueStart - 1);
+      m_pos = close < n ? close + 1 : n;
+    } else {
+      const size_t valueEnd = detail::findBit<false>(m_space, words, valueStart, n);
+      value = m_line.substr(valueStart, valueEnd - valueStart);
+      m_pos = valueEnd;
+    }
+    if (keyEnd == start) continue;  // "=value": no key, dropped
+    field.key = m_line.substr(start, keyEnd - start);
+    field.value = value;
+    field.escaped = escaped;
+    return true;
+  }
+}
 
 // Writes a quoted value (a LogField::value from `line`) with its escapes
 // resolved to `out`, which has room for value.size() bytes, and returns the

@@ -117,19 +117,18 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
     cursor = lf;
   }
 
-  // Repair invalid UTF-8 where there is any; ASCII lines skip the check.
+  // Repair invalid UTF-8 where there is any. Usually the whole kept text is
+  // valid, which one pass over it shows.
   std::string repaired;
-  for (Piece& piece : newestFirst) {
-    const std::string_view text(bytes + piece.offset, piece.size);
-    if (detail::isASCII(text)) continue;
-    const size_t at = repaired.size();
-    detail::appendReplacingInvalidUTF8(text, repaired);
-    if (repaired.size() - at == text.size() &&
-        std::memcmp(repaired.data() + at, text.data(), text.size()) == 0) {
-      repaired.resize(at);  // it was valid
-      continue;
+  const size_t keptFrom = newestFirst.empty() ? got : newestFirst.back().offset;
+  if (!detail::isValidUTF8(std::string_view(bytes + keptFrom, got - keptFrom))) {
+    for (Piece& piece : newestFirst) {
+      const std::string_view text(bytes + piece.offset, piece.size);
+      if (detail::isValidUTF8(text)) continue;
+      const size_t at = repaired.size();
+      detail::appendReplacingInvalidUTF8(text, repaired);
+      piece = {at, repaired.size() - at, true};
     }
-    piece = {at, repaired.size() - at, true};
   }
 
   const size_t count = newestFirst.size();

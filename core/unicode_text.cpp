@@ -85,6 +85,30 @@ GraphemeClass graphemeClass(char32_t c) {
   }
 }
 
+bool isValidUTF8(std::string_view text) {
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
+  size_t i = 0;
+  while (i < n) {
+    if (i + 8 <= n) {
+      uint64_t word;
+      __builtin_memcpy(&word, p + i, 8);
+      if ((word & 0x8080808080808080ULL) == 0) {
+        i += 8;
+        continue;
+      }
+    }
+    if (p[i] < 0x80) {
+      ++i;
+      continue;
+    }
+    const DecodedChar d = decodeUTF8(text, i);
+    if (!d.valid) return false;
+    i += d.size;
+  }
+  return true;
+}
+
 void appendReplacingInvalidUTF8(std::string_view text, std::string& out) {
   size_t i = 0;
   const size_t n = text.size();

@@ -37,15 +37,18 @@ TEST(Utf8Repair, AgreesWithICUOnRandomAndCutInput) {
     appendReplacingInvalidUTF8(s, ours);
     EXPECT_EQ(ours, repairedByICU(s));
   }
+  EXPECT_TRUE(isValidUTF8("0123456789abcdef caf\xC3\xA9 \xF0\x9F\x93\xB7"));
+  EXPECT_FALSE(isValidUTF8("0123456789abcdef caf\xC3"));
   std::mt19937 random(7);
   const unsigned char alphabet[] = {'a', '\n', 0x80, 0x9F, 0xA0, 0xBF, 0xC2, 0xDF,
                                     0xE0, 0xED, 0xEF, 0xF0, 0xF4, 0xF5, 0xFF};
   for (int round = 0; round < 20000; ++round) {
-    std::string s(random() % 12, '\0');
+    std::string s(random() % 20, '\0');
     for (char& c : s) c = static_cast<char>(alphabet[random() % sizeof alphabet]);
     std::string ours;
     appendReplacingInvalidUTF8(s, ours);
     ASSERT_EQ(ours, repairedByICU(s)) << testing::PrintToString(s);
+    ASSERT_EQ(isValidUTF8(s), ours == s) << testing::PrintToString(s);
   }
 }
 
