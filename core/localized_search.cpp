@@ -9,8 +9,8 @@
 #include <array>
 #include <cstring>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
+#if defined(__x86_64__)
+#include <immintrin.h>
 #endif
 
 #include "core/unicode_text.h"
@@ -35,6 +35,22 @@ namespace {
 bool isASCIILetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 char asciiLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+
+// A rough rank of how often a (lower-case) byte occurs in daemon log lines:
+// blanks, "=", digits and the letters of English and of common keys are
+// frequent; the rest is rare.
+int logByteFrequency(char c) {
+  switch (c) {
+    case ' ': case '=': return 250;
+    case 'e': case 't': case 'a': case 'i': case 'o': case 'n': case 's': case 'r': return 200;
+    case '0': case '1': case '2': case '3': case '4': case '5': case '6': case '7': case '8':
+    case '9': return 190;
+    case 'l': case 'm': case 'c': case 'd': case '-': case ':': case '"': case '.': return 150;
+    case 'u': case 'g': case 'p': case 'h': case 'f': case 'b': case '_': return 100;
+    case 'y': case 'w': case 'v': case 'k': case '/': case ',': return 60;
+    default: return 20;
+  }
+}
 
 bool isTurkic(const icu::Locale& locale) {
   const std::string_view language = locale.getLanguage();
@@ -67,6 +83,9 @@ LocalizedSearch::LocalizedSearch(std::string_view needle, std::string_view local
   m_unicode->locale = localeID.empty() ? icu::Locale::getDefault()
                                        : icu::Locale(std::string(localeID).c_str());
   m_turkic = isTurkic(m_unicode->locale);
+#if defined(__x86_64__)
+  m_useAVX2 = __builtin_cpu_supports("avx2");
+#endif
   UErrorCode status = U_ZERO_ERROR;
   m_unicode->nfd = icu::Normalizer2::getNFDInstance(status);
   if (U_FAILURE(status)) m_unicode->nfd = nullptr;
@@ -88,6 +107,19 @@ LocalizedSearch::LocalizedSearch(std::string_view needle, std::string_view local
   if (m_asciiMode) {
     m_caseMask.resize(m_folded.size());
     for (size_t i = 0; i < m_folded.size(); ++i) m_caseMask[i] = isASCIILetter(m_folded[i]) ? 0x20 : 0;
+    // Anchor the vector search on the two bytes least likely in a log line.
+    size_t rarest = 0;
+    for (size_t i = 1; i < m_folded.size(); ++i) {
+      if (logByteFrequency(m_folded[i]) < logByteFrequency(m_folded[rarest])) rarest = i;
+    }
+    size_t runnerUp = rarest == 0 ? m_folded.size() - 1 : 0;
+    for (size_t i = 0; i < m_folded.size(); ++i) {
+      if (i != rarest && logByteFrequency(m_folded[i]) < logByteFrequency(m_folded[runnerUp])) {
+        runnerUp = i;
+      }
+    }
+    m_anchor1 = std::min(rarest, runnerUp);
+    m_anchor2 = std::max(rarest, runnerUp);
   }
 }
 
@@ -96,8 +128,9 @@ LocalizedSearch::~LocalizedSearch() = default;
 bool LocalizedSearch::isFoundIn(std::string_view text) {
   if (m_empty) return true;
   if (m_asciiMode) {
-    if (findASCII(text)) return true;
-    if (detail::isASCII(text)) return false;
+    bool sawNonASCII = false;
+    if (findASCII(text, sawNonASCII)) return true;
+    if (!sawNonASCII) return false;
     // Past the byte-wise search, only characters that fold into standalone
     // ASCII can still make a match.
     for (size_t i = 0; i < text.size();) {
@@ -117,10 +150,83 @@ bool LocalizedSearch::isFoundIn(std::string_view text) {
   return findUnicode(text);
 }
 
-bool LocalizedSearch::findASCII(std::string_view text) const {
+#if defined(__x86_64__)
+namespace {
+
+// The inputs of a vector scan for candidate match starts.
+struct CandidateScan {
+  const char* text;
+  size_t size;
+  size_t needleSize;
+  size_t anchor1;  // offsets in the needle of the two bytes to test
+  size_t anchor2;
+  const char* needle;
+  const char* mask;
+};
+
+// Tests every start from 0 to size - needleSize with overlapping windows of
+// 16 bytes; needs needleSize - 1 + 16 <= size.
+template <typename Verify>
+bool scanWithSSE2(const CandidateScan& s, Verify& verify, bool& sawNonASCII) {
+  const __m128i first = _mm_set1_epi8(s.needle[s.anchor1]);
+  const __m128i firstMask = _mm_set1_epi8(s.mask[s.anchor1]);
+  const __m128i second = _mm_set1_epi8(s.needle[s.anchor2]);
+  const __m128i secondMask = _mm_set1_epi8(s.mask[s.anchor2]);
+  __m128i high = _mm_setzero_si128();
+  const size_t last = s.size - (s.needleSize - 1) - 16;
+  for (size_t at = 0;; at = std::min(at + 16, last)) {
+    high = _mm_or_si128(high, _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.text + at)));
+    const __m128i x = _mm_or_si128(
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.text + at + s.anchor1)), firstMask);
+    const __m128i y = _mm_or_si128(
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.text + at + s.anchor2)), secondMask);
+    unsigned bits = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(x, first), _mm_cmpeq_epi8(y, second))));
+    while (bits != 0) {
+      if (verify(at + static_cast<size_t>(__builtin_ctz(bits)))) return true;
+      bits &= bits - 1;
+    }
+    if (at == last) break;
+  }
+  sawNonASCII = _mm_movemask_epi8(high) != 0;
+  return false;
+}
+
+// The same with 32-byte windows; needs needleSize - 1 + 32 <= size and a CPU
+// with AVX2.
+template <typename Verify>
+__attribute__((target("avx2"))) bool scanWithAVX2(const CandidateScan& s, Verify& verify,
+                                                  bool& sawNonASCII) {
+  const __m256i first = _mm256_set1_epi8(s.needle[s.anchor1]);
+  const __m256i firstMask = _mm256_set1_epi8(s.mask[s.anchor1]);
+  const __m256i second = _mm256_set1_epi8(s.needle[s.anchor2]);
+  const __m256i secondMask = _mm256_set1_epi8(s.mask[s.anchor2]);
+  __m256i high = _mm256_setzero_si256();
+  const size_t last = s.size - (s.needleSize - 1) - 32;
+  for (size_t at = 0;; at = std::min(at + 32, last)) {
+    high = _mm256_or_si256(high, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.text + at)));
+    const __m256i x = _mm256_or_si256(
+        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.text + at + s.anchor1)), firstMask);
+    const __m256i y = _mm256_or_si256(
+        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.text + at + s.anchor2)), secondMask);
+    auto bits = static_cast<unsigned>(_mm256_movemask_epi8(
+        _mm256_and_si256(_mm256_cmpeq_epi8(x, first), _mm256_cmpeq_epi8(y, second))));
+    while (bits != 0) {
+      if (verify(at + static_cast<size_t>(__builtin_ctz(bits)))) return true;
+      bits &= bits - 1;
+    }
+    if (at == last) break;
+  }
+  sawNonASCII = _mm256_movemask_epi8(high) != 0;
+  return false;
+}
+
+}  // namespace
+#endif
+
+bool LocalizedSearch::findASCII(std::string_view text, bool& sawNonASCII) const {
   const size_t m = m_folded.size();
   const size_t n = text.size();
-  if (n < m) return false;
   const char* const t = text.data();
   const char* const needle = m_folded.data();
   const char* const mask = m_caseMask.data();
@@ -158,28 +264,29 @@ bool LocalizedSearch::findASCII(std::string_view text) const {
   };
 
   size_t i = 0;
-#if defined(__SSE2__)
-  // Candidates are where both the first and the last needle byte match.
-  const __m128i first = _mm_set1_epi8(needle[0]);
-  const __m128i firstMask = _mm_set1_epi8(mask[0]);
-  const __m128i last = _mm_set1_epi8(needle[m - 1]);
-  const __m128i lastMask = _mm_set1_epi8(mask[m - 1]);
-  for (; i + m - 1 + 16 <= n; i += 16) {
-    const __m128i a =
-        _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(t + i)), firstMask);
-    const __m128i b =
-        _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(t + i + m - 1)), lastMask);
-    unsigned bits = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, first), _mm_cmpeq_epi8(b, last))));
-    while (bits != 0) {
-      if (matchesAt(i + static_cast<size_t>(__builtin_ctz(bits)))) return true;
-      bits &= bits - 1;
+  size_t checkedForHighBits = 0;  // bytes before this are known ASCII or not
+#if defined(__x86_64__)
+  // Candidates are where the needle's two rarest bytes both match; the same
+  // pass notes whether the text holds any non-ASCII byte.
+  if (m - 1 + 16 <= n) {
+    const CandidateScan scan{t, n, m, m_anchor1, m_anchor2, needle, mask};
+    bool found = false;
+    if (m_useAVX2 && m - 1 + 32 <= n) {
+      found = scanWithAVX2(scan, matchesAt, sawNonASCII);
+    } else {
+      found = scanWithSSE2(scan, matchesAt, sawNonASCII);
     }
+    if (found) return true;
+    i = n - m + 1;  // every candidate start was seen
+    checkedForHighBits = i;
   }
 #endif
   for (; i + m <= n; ++i) {
-    if (static_cast<char>(t[i] | mask[0]) == needle[0] && matchesAt(i)) return true;
+    if (static_cast<char>(t[i + m_anchor1] | mask[m_anchor1]) == needle[m_anchor1] && matchesAt(i)) {
+      return true;
+    }
   }
+  if (!sawNonASCII) sawNonASCII = !detail::isASCII(text.substr(checkedForHighBits));
   return false;
 }
 

@@ -38,7 +38,7 @@ class LocalizedSearch {
  private:
   struct Unicode;  // ICU state, built when first needed
 
-  bool findASCII(std::string_view text) const;
+  bool findASCII(std::string_view text, bool& sawNonASCII) const;
   bool findUnicode(std::string_view text);
   Unicode& unicode();
 
@@ -50,6 +50,9 @@ class LocalizedSearch {
   bool m_asciiMode = false;
   std::string m_folded;
   std::string m_caseMask;  // per byte of m_folded: 0x20 for letters, else 0
+  size_t m_anchor1 = 0;    // the needle's two rarest positions, in order
+  size_t m_anchor2 = 0;
+  bool m_useAVX2 = false;
   std::unique_ptr<Unicode> m_unicode;
 };
 
