@@ -127,6 +127,9 @@ void loadTail(benchmark::State& state, const fs::path& path) {
   const zev::LogTailResult kept = zev::LogTailLoader::load(path, kMaxBytes, kMaxLines);
   state.counters["result_heap_KiB"] = static_cast<double>(mallinfo2().uordblks - before) / 1024;
   state.counters["lines"] = static_cast<double>(lines);
+  size_t rawBytes = 0;
+  for (const zev::LogLine& line : kept.lines) rawBytes += line.raw().size();
+  state.counters["line_bytes"] = static_cast<double>(rawBytes) / static_cast<double>(kept.lines.size());
   state.counters["file_MiB"] = static_cast<double>(kept.fileSize) / (1 << 20);
   state.SetBytesProcessed(state.iterations() * kMaxBytes);
 }

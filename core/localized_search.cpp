@@ -91,7 +91,8 @@ LocalizedSearch::LocalizedSearch(std::string_view needle, std::string_view local
   if (U_FAILURE(status)) m_unicode->nfd = nullptr;
   if (m_empty) return;
 
-  if (detail::isASCII(needle)) {
+  // ASCII folds to its lower case, except that in Turkish "I" folds to "ı".
+  if (detail::isASCII(needle) && !(m_turkic && needle.find('I') != std::string_view::npos)) {
     m_folded.resize(needle.size());
     std::transform(needle.begin(), needle.end(), m_folded.begin(), asciiLower);
   } else if (m_unicode->nfd != nullptr) {
@@ -100,13 +101,15 @@ LocalizedSearch::LocalizedSearch(std::string_view needle, std::string_view local
         m_turkic);
     m_unicode->needle.toUTF8String(m_folded);
   }
-  // In Turkish an ASCII "I" folds to "ı", so an "i" in the needle must not
-  // meet ASCII text byte by byte.
-  m_asciiMode = !m_folded.empty() && detail::isASCII(m_folded) &&
-                !(m_turkic && m_folded.find('i') != std::string::npos);
+  m_asciiMode = !m_folded.empty() && detail::isASCII(m_folded);
   if (m_asciiMode) {
+    // Letters match either case, but in Turkish an "i" only matches "i": the
+    // text's "I" folds to "ı".
     m_caseMask.resize(m_folded.size());
-    for (size_t i = 0; i < m_folded.size(); ++i) m_caseMask[i] = isASCIILetter(m_folded[i]) ? 0x20 : 0;
+    for (size_t i = 0; i < m_folded.size(); ++i) {
+      const char c = m_folded[i];
+      m_caseMask[i] = isASCIILetter(c) && !(m_turkic && c == 'i') ? 0x20 : 0;
+    }
     // Anchor the vector search on the two bytes least likely in a log line.
     size_t rarest = 0;
     for (size_t i = 1; i < m_folded.size(); ++i) {
@@ -120,6 +123,11 @@ LocalizedSearch::LocalizedSearch(std::string_view needle, std::string_view local
     }
     m_anchor1 = std::min(rarest, runnerUp);
     m_anchor2 = std::max(rarest, runnerUp);
+  } else if (m_turkic) {
+    // "ı" is U+0131, C4 B1 in UTF-8.
+    std::string rest = m_folded;
+    for (size_t at; (at = rest.find("\xC4\xB1")) != std::string::npos;) rest.erase(at, 2);
+    m_asciiTextCanMatch = detail::isASCII(rest);
   }
 }
 
@@ -144,9 +152,9 @@ bool LocalizedSearch::isFoundIn(std::string_view text) {
     }
     return false;
   }
-  // Outside Turkish, ASCII text folds to ASCII, which cannot hold a needle
-  // whose folded form is not ASCII.
-  if (!m_turkic && detail::isASCII(text)) return false;
+  // ASCII text folds to ASCII (and, in Turkish, "ı"), which cannot hold a
+  // needle whose folded form has anything else.
+  if (!m_asciiTextCanMatch && detail::isASCII(text)) return false;
   return findUnicode(text);
 }
 

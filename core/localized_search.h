@@ -7,7 +7,8 @@
 // is not found inside "e" + U+0301. Canonically equivalent spellings (é as one
 // code point or as e + U+0301) match each other.
 //
-// An ASCII needle is matched byte by byte over ASCII text; ICU (case folding,
+// A needle that folds to ASCII is matched byte by byte over ASCII text (in
+// Turkish too, where "i" then only matches "i"); ICU (case folding,
 // canonical decomposition, grapheme boundaries) is used only for text or
 // needles where it can change the answer.
 //
@@ -53,6 +54,8 @@ class LocalizedSearch {
   size_t m_anchor1 = 0;    // the needle's two rarest positions, in order
   size_t m_anchor2 = 0;
   bool m_useAVX2 = false;
+  // Outside the ASCII mode: whether ASCII text can hold the needle at all.
+  bool m_asciiTextCanMatch = false;
   std::unique_ptr<Unicode> m_unicode;
 };
 

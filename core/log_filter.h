@@ -36,6 +36,8 @@ struct LogFilter {
                                     std::string_view localeID) const;
   // The result points into `lines`; a temporary would leave it dangling.
   std::vector<const LogLine*> apply(std::vector<LogLine>&& lines) const = delete;
+  std::vector<const LogLine*> apply(std::vector<LogLine>&& lines,
+                                    std::string_view localeID) const = delete;
 
   // The distinct, non-empty camera names of `lines`, in plain code-point
   // order (upper case before lower case). "All cameras" is the view's own

@@ -86,7 +86,7 @@ TEST(LocalizedSearch, ShortcutsAgreeWithFullUnicodeMatching) {
                           "\u00DF", "\u212A", "\u017F", "\u0130", "\u0131", "\u00E9", "\u0301",
                           "\uFB00", "\u0600", "\u0149", "n", "\xFF"};
   const char* needles[] = {"s", "ss", "SS", "k", "i", "I", "e", "fi", "ff", "st", "n", "e\u0301",
-                           "\u00DF", "\u0131", "\u00E9", "K s", "t\r"};
+                           "\u00DF", "\u0131", "\u00E9", "K s", "t\r", "Is", "si", "\u0130", "\u0131s"};
   std::mt19937 random(11);
   for (const char* locale : {"en_US", "tr_TR"}) {
     for (const char* needle : needles) {
