@@ -32,6 +32,8 @@ bool foldsToStandaloneASCII(char32_t c) {
 
 namespace {
 
+bool isASCIIControl(char c) { return (c >= 0 && c < 0x20) || c == 0x7F; }
+
 bool isASCIILetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 char asciiLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
@@ -245,27 +247,31 @@ bool LocalizedSearch::findASCII(std::string_view text, bool& sawNonASCII) const 
     }
     // Both ends must be character boundaries: no mark joins the last
     // character, no prepended character holds the first, CR LF stays whole.
+    // Control characters (CR and LF among them) take no marks and are held
+    // by nothing but each other.
     const size_t end = at + m;
+    const char last = needle[m - 1];
     if (end < n) {
       const auto next = static_cast<unsigned char>(t[end]);
-      if (next >= 0x80) {
+      if (last == '\r') {
+        if (next == '\n') return false;
+      } else if (!isASCIIControl(last) && next >= 0x80) {
         const detail::DecodedChar d = detail::decodeUTF8(text, end);
         if (d.valid && detail::graphemeClass(d.codePoint) == detail::GraphemeClass::extender) {
           return false;
         }
-      } else if (next == '\n' && needle[m - 1] == '\r') {
-        return false;
       }
     }
+    const char first = needle[0];
     if (at > 0) {
       const auto prev = static_cast<unsigned char>(t[at - 1]);
-      if (prev >= 0x80) {
+      if (first == '\n') {
+        if (prev == '\r') return false;
+      } else if (!isASCIIControl(first) && prev >= 0x80) {
         const detail::DecodedChar d = detail::decodeUTF8Before(text, at);
         if (d.valid && detail::graphemeClass(d.codePoint) == detail::GraphemeClass::prepend) {
           return false;
         }
-      } else if (prev == '\r' && needle[0] == '\n') {
-        return false;
       }
     }
     return true;

@@ -43,6 +43,9 @@ TEST(LocalizedSearch, FoldsCaseButKeepsDiacritics) {
       {"tr_TR", "info", "\u0130NFO", true},
       {"tr_TR", "front", "FRONT", true},  // no i: ASCII rules still hold
       {"en_US", "x", "\u0600x", false},   // a prepended mark holds the x
+      {"en_US", "\x01", "\u0600\x01\u0301", true},  // controls stand alone (found by fuzzing)
+      {"en_US", "a\r", "a\r\u0301", true},
+      {"en_US", "a\r", "a\r\n", false},
       {"en_US", "\uFFFD", "a\xFF" "b", true},  // invalid bytes read as U+FFFD
       {"en_US", "\u00E9", "plain ascii", false},
       {"en_US", "", "anything", true},
@@ -84,9 +87,9 @@ bool referenceFind(const std::string& needle, const std::string& text, const cha
 TEST(LocalizedSearch, ShortcutsAgreeWithFullUnicodeMatching) {
   const char* pieces[] = {"s", "S", "k", "K", "i", "I", "e", "f", "t", " ", "\r", "\n", "=",
                           "\u00DF", "\u212A", "\u017F", "\u0130", "\u0131", "\u00E9", "\u0301",
-                          "\uFB00", "\u0600", "\u0149", "n", "\xFF"};
+                          "\uFB00", "\u0600", "\u0149", "n", "\xFF", "\x01"};
   const char* needles[] = {"s", "ss", "SS", "k", "i", "I", "e", "fi", "ff", "st", "n", "e\u0301",
-                           "\u00DF", "\u0131", "\u00E9", "K s", "t\r", "Is", "si", "\u0130", "\u0131s"};
+                           "\u00DF", "\u0131", "\u00E9", "K s", "t\r", "Is", "si", "\u0130", "\u0131s", "\x01"};
   std::mt19937 random(11);
   for (const char* locale : {"en_US", "tr_TR"}) {
     for (const char* needle : needles) {
