@@ -16,8 +16,8 @@
 #ifndef ZEV_CORE_LOG_FIELDS_H_
 #define ZEV_CORE_LOG_FIELDS_H_
 
-#include <cstddef>
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
