@@ -1,5 +1,6 @@
 #include "core/log_line.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -268,20 +269,22 @@ LogLine LogLine::parse(std::string_view raw) {
   return LogLineBuilder::place(layout, block, at);
 }
 
-void parseLogLines(const std::string_view* raws, const uint64_t* hashes, size_t count,
-                   std::vector<LogLine>& out) {
-  // Blocks of up to this many lines: few allocations, and a line kept alive
-  // holds on to a small part of a load only.
-  constexpr size_t kLinesPerBlock = 256;
+void parseLogLines(const std::string_view* raws, size_t count, std::vector<LogLine>& out) {
+  // Lines go in blocks: few allocations, a kept line holds on to a small part
+  // of a load only, and each block's text (about 15 KB of log) stays in the
+  // first-level cache while it is hashed, scanned and copied.
+  constexpr size_t kLinesPerBlock = 128;
   std::vector<LogLineBuilder::Layout> layouts;
   layouts.reserve(std::min(count, kLinesPerBlock));
+  uint64_t hashes[kLinesPerBlock];
   out.reserve(out.size() + count);
   for (size_t first = 0; first < count; first += kLinesPerBlock) {
-    const size_t last = std::min(count, first + kLinesPerBlock);
+    const size_t size = std::min(count - first, kLinesPerBlock);
+    stableHashes(raws + first, size, hashes);
     layouts.clear();
     size_t total = 0;
-    for (size_t i = first; i < last; ++i) {
-      layouts.push_back(LogLineBuilder::measure(raws[i], hashes[i]));
+    for (size_t i = 0; i < size; ++i) {
+      layouts.push_back(LogLineBuilder::measure(raws[first + i], hashes[i]));
       checkedSize(layouts.back().textSize);
       total += layouts.back().textSize;
     }

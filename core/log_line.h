@@ -102,10 +102,8 @@ std::string stableID(std::string_view text);
 uint64_t stableHash(std::string_view text);
 
 // Parses `count` lines into `out`, as LogLine::parse would, placing their
-// texts in a few shared blocks. `hashes[i]` must be stableHash(raws[i]); bulk
-// callers compute them with stableHashes.
-void parseLogLines(const std::string_view* raws, const uint64_t* hashes, size_t count,
-                   std::vector<LogLine>& out);
+// texts in a few shared blocks.
+void parseLogLines(const std::string_view* raws, size_t count, std::vector<LogLine>& out);
 
 // stableHash of each text, computed several at a time: the hash is one long
 // dependency chain per text, so interleaving texts keeps the multiplier busy.

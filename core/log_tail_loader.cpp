@@ -137,11 +137,8 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
     const Piece& piece = newestFirst[count - 1 - i];
     texts[i] = std::string_view((piece.repaired ? repaired.data() : bytes) + piece.offset, piece.size);
   }
-  std::vector<uint64_t> hashes(count);
-  stableHashes(texts.data(), count, hashes.data());
-
   LogTailResult result;
-  parseLogLines(texts.data(), hashes.data(), count, result.lines);
+  parseLogLines(texts.data(), count, result.lines);
   result.bytesRead = static_cast<int64_t>(readCount);
   result.fileSize = fileSize;
   result.wasTruncated = offset > 0 || moreLinesThanBudget;
