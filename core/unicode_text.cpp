@@ -2,6 +2,10 @@
 
 #include <unicode/uchar.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace zev::detail {
 
 namespace {
@@ -90,14 +94,19 @@ bool isValidUTF8(std::string_view text) {
   const size_t n = text.size();
   size_t i = 0;
   while (i < n) {
-    if (i + 8 <= n) {
-      uint64_t word;
-      __builtin_memcpy(&word, p + i, 8);
-      if ((word & 0x8080808080808080ULL) == 0) {
-        i += 8;
-        continue;
+#if defined(__SSE2__)
+    // Skip ASCII sixteen bytes at a time, up to the first byte with its high
+    // bit set.
+    while (i + 16 <= n) {
+      const int high = _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)));
+      if (high != 0) {
+        i += static_cast<size_t>(__builtin_ctz(static_cast<unsigned>(high)));
+        break;
       }
+      i += 16;
     }
+    if (i >= n) break;
+#endif
     if (p[i] < 0x80) {
       ++i;
       continue;

@@ -65,8 +65,8 @@ inline bool isASCII(std::string_view text) {
   return (high & 0x8080808080808080ULL) == 0;
 }
 
-// Whether `text` is well-formed UTF-8. ASCII runs are checked eight bytes at
-// a time.
+// Whether `text` is well-formed UTF-8. ASCII runs are skipped sixteen bytes
+// at a time.
 bool isValidUTF8(std::string_view text);
 
 // Appends `text` to `out` with every invalid or incomplete UTF-8 sequence
