@@ -29,7 +29,7 @@ void LinuxWorkspace::revealFile(const std::filesystem::path& file) {
   QDBusMessage showItems = QDBusMessage::createMethodCall(
       QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
       QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-  showItems << QStringList{fileUrl.toString()} << QString();
+  showItems << QStringList{fileUrl.toString(QUrl::FullyEncoded)} << QString();
   // The watcher deletes itself; the callback captures copies only, so it is
   // safe should this workspace be gone by the time the answer comes.
   auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(showItems, 5000));
