@@ -1,0 +1,115 @@
+// The simulated health document over time: whatever the instant, each
+// scenario must keep its colour and its figures must agree with its cameras,
+// or the demo and the end-to-end tests flicker for no reason.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "core/health_status.h"
+#include "core/health_summary.h"
+#include "health_document.h"
+
+namespace zev {
+namespace {
+
+constexpr int64_t kStartMS = 1795219200000;  // 2026-11-21T00:00:00Z
+
+std::optional<HealthSummary> summaryAt(sim::Scenario scenario, int64_t nowMS) {
+  sim::SimState state;
+  state.scenario = scenario;
+  return decodeHealth(sim::healthDocument(state, kStartMS, nowMS).dump());
+}
+
+TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInstant) {
+  struct Case {
+    sim::Scenario scenario;
+    HealthStatus status;
+  };
+  const Case cases[] = {
+      {sim::Scenario::healthy, HealthStatus::green},
+      {sim::Scenario::partial, HealthStatus::green},
+      {sim::Scenario::degraded, HealthStatus::yellow},
+      {sim::Scenario::noStreams, HealthStatus::yellow},
+      {sim::Scenario::allDown, HealthStatus::red},
+      {sim::Scenario::staleFrames, HealthStatus::yellow},
+      {sim::Scenario::thumbDrops, HealthStatus::yellow},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(sim::scenarioName(c.scenario)));
+    // Two minutes in odd steps, so every frame period, segment and wobble is
+    // sampled at many phases; then a day later.
+    std::vector<int64_t> offsets = {86400000, 86400000 + 61};
+    for (int64_t offset = 0; offset < 120000; offset += 397) offsets.push_back(offset);
+    for (const int64_t offset : offsets) {
+      const int64_t now = kStartMS + offset;
+      SCOPED_TRACE(offset);
+      const auto summary = summaryAt(c.scenario, now);
+      ASSERT_TRUE(summary.has_value());
+      ASSERT_EQ(classifyHealth(summary), c.status);
+
+      int64_t live = 0, total = 0;
+      for (const HealthCamera& camera : summary->cameras) {
+        ASSERT_TRUE(camera.streams.has_value());
+        bool anyLive = false;
+        for (const HealthStream& stream : *camera.streams) {
+          if (!stream.enabled) continue;
+          ++total;
+          live += stream.live;
+          anyLive = anyLive || stream.live;
+          EXPECT_GE(stream.frameAgeMS, 0);
+          if (stream.lastSegmentMS) {
+            EXPECT_LE(*stream.lastSegmentMS, now);
+            if (stream.live) {
+              EXPECT_GT(*stream.lastSegmentMS, now - sim::kSegmentMS);
+            }
+          }
+          EXPECT_EQ(stream.recording, stream.live && stream.lastSegmentMS.has_value());
+        }
+        EXPECT_EQ(camera.live, anyLive);
+      }
+      ASSERT_EQ(summary->liveStreams, live);
+      ASSERT_EQ(summary->totalStreams, total);
+      EXPECT_GT(summary->cpuPercent, 0);
+      EXPECT_GT(summary->rssBytes, 0);
+      if (summary->worstFrameAgeMS) {
+        EXPECT_GE(*summary->worstFrameAgeMS, summary->newestFrameAgeMS);
+      }
+    }
+  }
+}
+
+TEST(ZevdSimDocument, RecordingAdvancesWhileLiveAndStopsWhenDown) {
+  const auto before = summaryAt(sim::Scenario::partial, kStartMS + 10000);
+  const auto after = summaryAt(sim::Scenario::partial, kStartMS + 10000 + sim::kSegmentMS);
+  ASSERT_TRUE(before && after);
+  for (std::size_t i = 0; i < before->cameras.size(); ++i) {
+    const HealthCamera& was = before->cameras[i];
+    const HealthCamera& is = after->cameras[i];
+    SCOPED_TRACE(was.id);
+    const HealthStream& main = was.streams->at(0);
+    const HealthStream& mainLater = is.streams->at(0);
+    ASSERT_TRUE(main.lastSegmentMS && mainLater.lastSegmentMS);
+    if (was.live) {
+      EXPECT_EQ(*mainLater.lastSegmentMS, *main.lastSegmentMS + sim::kSegmentMS);
+    } else {
+      EXPECT_EQ(*mainLater.lastSegmentMS, *main.lastSegmentMS);
+      EXPECT_EQ(mainLater.frameAgeMS, main.frameAgeMS + sim::kSegmentMS);  // its last frame ages
+    }
+  }
+}
+
+TEST(ZevdSimDocument, AnUpdatedBuildIsReportedInBothPlaces) {
+  sim::SimState state;
+  state.build.version = "2.0.0-beta.1";
+  state.build.revision = sim::DaemonBuild::revisionFor(state.build.version);
+  const auto summary = decodeHealth(sim::healthDocument(state, kStartMS, kStartMS).dump());
+  ASSERT_TRUE(summary && summary->build);
+  EXPECT_EQ(summary->version, "2.0.0-beta.1");
+  EXPECT_EQ(summary->build->version, "2.0.0-beta.1");
+  EXPECT_NE(summary->build->revision, sim::DaemonBuild().revision);
+}
+
+}  // namespace
+}  // namespace zev

@@ -1,0 +1,202 @@
+// The simulated daemon's logs: what the generator writes, checked against the
+// log core's parser where that exists, and the files the executable writes.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "log_generator.h"
+#include "tools/sim_process.h"
+
+#if __has_include("core/log_line.h")
+#include "core/log_line.h"
+#define ZEV_HAVE_LOG_LINE 1
+#endif
+
+namespace zev {
+namespace {
+
+using testing::TempDir;
+using namespace std::chrono_literals;
+
+constexpr int64_t kStartMS = 1795219200000;  // 2026-11-21T00:00:00Z
+
+std::string readAll(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+std::vector<std::string> lines(const std::string& text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) out.push_back(line);
+  return out;
+}
+
+#ifdef ZEV_HAVE_LOG_LINE
+// The severity a reader gives a level as written: its lower-case form when
+// that names one, else none.
+std::optional<LogSeverity> severityFor(const std::optional<std::string>& level) {
+  if (!level) return std::nullopt;
+  std::string lower = *level;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  static const std::map<std::string, LogSeverity> kKnown = {{"all", LogSeverity::all},
+                                                             {"error", LogSeverity::error},
+                                                             {"warn", LogSeverity::warn},
+                                                             {"info", LogSeverity::info},
+                                                             {"debug", LogSeverity::debug}};
+  const auto it = kKnown.find(lower);
+  return it == kKnown.end() ? std::nullopt : std::optional(it->second);
+}
+#endif
+
+TEST(ZevdSimLogs, GeneratedLinesParseAsIntended) {
+#ifndef ZEV_HAVE_LOG_LINE
+  GTEST_SKIP() << "core/log_line.h is not in this tree yet; nothing to parse with";
+#else
+  sim::LogLineGenerator generator(7);
+  for (int i = 0; i < 4000; ++i) {
+    const bool errorLog = i % 10 == 9;
+    const sim::GeneratedLine line =
+        errorLog ? generator.errorLine(kStartMS + i * 137) : generator.daemonLine(kStartMS + i * 137);
+    SCOPED_TRACE(line.text);
+    const LogLine parsed = LogLine::parse(line.text);
+    EXPECT_EQ(parsed.timestamp, line.timestamp);
+    EXPECT_EQ(parsed.severity, severityFor(line.level));
+    EXPECT_EQ(parsed.camera, line.camera);
+    EXPECT_EQ(parsed.message, line.message);
+    if (::testing::Test::HasFailure()) break;  // one broken line says enough
+  }
+#endif
+}
+
+// The log viewer must meet every form a real log holds; a generator that
+// lost one of them would leave that form untested.
+TEST(ZevdSimLogs, GeneratorWritesEveryFormReadersMustHandle) {
+  sim::LogLineGenerator generator(11);
+  std::map<std::string, int> seen;
+  for (int i = 0; i < 5000; ++i) {
+    const sim::GeneratedLine line = generator.daemonLine(kStartMS + i * 100);
+    const std::string& t = line.text;
+    if (!line.level) ++seen["free text"];
+    if (line.level && *line.level != "info" && *line.level != "warn" && *line.level != "error" &&
+        *line.level != "debug") {
+      const std::string lower = *line.level;
+      if (lower == "fatal" || lower == "warning" || lower == "notice" || lower == "trace") {
+        ++seen["unknown level"];
+      } else if (std::all_of(lower.begin(), lower.end(), [](char c) { return std::isupper(c); })) {
+        ++seen["upper-case level"];
+      } else {
+        ++seen["capitalised level"];
+      }
+    }
+    if (t.find(" cam=") != std::string::npos) ++seen["cam"];
+    if (t.find(" camera=") != std::string::npos) ++seen["camera"];
+    if (t.starts_with("ts=")) ++seen["ts"];
+    if (t.starts_with("time=")) ++seen["time"];
+    if (t.find("\\\"") != std::string::npos) ++seen["escaped quote"];
+    if (t.find("\\\\") != std::string::npos) ++seen["escaped backslash"];
+    if (t.find("msg=") != std::string::npos && t.find("msg=\"") == std::string::npos) {
+      ++seen["unquoted msg"];
+    }
+    if (std::any_of(t.begin(), t.end(), [](char c) { return static_cast<unsigned char>(c) > 127; })) {
+      ++seen["non-ASCII"];
+    }
+  }
+  for (const char* form : {"free text", "unknown level", "upper-case level", "capitalised level",
+                           "cam", "camera", "ts", "time", "escaped quote", "escaped backslash",
+                           "unquoted msg", "non-ASCII"}) {
+    EXPECT_GT(seen[form], 0) << form;
+  }
+}
+
+TEST(ZevdSimLogs, GenerateLogWritesExactlyTheRequestedBytes) {
+  TempDir dir;
+  for (const int64_t bytes : {int64_t{0}, int64_t{1}, int64_t{2}, int64_t{150}, int64_t{1 << 20}}) {
+    SCOPED_TRACE(bytes);
+    const auto path = dir.path() / "zevd.log";
+    const auto run = testing::runSim(
+        {"--generate-log", path.string(), "--bytes", std::to_string(bytes)}, dir.path());
+    ASSERT_EQ(run.code, 0) << run.output;
+    const std::string text = readAll(path);
+    EXPECT_EQ(static_cast<int64_t>(text.size()), bytes);
+    if (bytes > 0) {
+      EXPECT_EQ(text.back(), '\n');
+    }
+#ifdef ZEV_HAVE_LOG_LINE
+    if (bytes == (1 << 20)) {
+      int timestamped = 0, total = 0;
+      for (const std::string& line : lines(text)) {
+        ++total;
+        if (LogLine::parse(line).timestamp) ++timestamped;
+      }
+      EXPECT_GT(total, 3000);
+      EXPECT_GT(timestamped, total * 9 / 10);
+    }
+#endif
+  }
+}
+
+TEST(ZevdSimLogs, GeneratedLogDependsOnlyOnTheSeedAndSize) {
+  const auto a = sim::LogLineGenerator(3).daemonLine(kStartMS).text;
+  const auto b = sim::LogLineGenerator(3).daemonLine(kStartMS).text;
+  EXPECT_EQ(a, b);
+  TempDir dir;
+  const auto write = [&](const char* name, int64_t seed) {
+    sim::generateLog(dir.path() / name, 100000, static_cast<uint64_t>(seed), kStartMS);
+    return readAll(dir.path() / name);
+  };
+  EXPECT_EQ(write("one", 5), write("two", 5));
+  EXPECT_NE(write("three", 5), write("four", 6));
+}
+
+TEST(ZevdSimLogs, RunningSimAppendsToBothLogsUnderHome) {
+  TempDir home;
+  testing::SimProcess sim({"--listen", "127.0.0.1:0", "--log-rate", "400", "--err-rate", "40",
+                           "--sentinel", (home.path() / "trigger").string()},
+                          home.path());
+  ASSERT_GT(sim.port(), 0) << sim.output();
+  const auto daemonLog = home.path() / ".zevd" / "zevd.log";
+  const auto errorLog = home.path() / ".zevd" / "zevd.err.log";
+  const auto deadline = std::chrono::steady_clock::now() + 15s;
+  while (std::chrono::steady_clock::now() < deadline &&
+         (lines(readAll(daemonLog)).size() < 200 || lines(readAll(errorLog)).size() < 10)) {
+    std::this_thread::sleep_for(100ms);
+  }
+  ASSERT_EQ(sim.stop(), 0) << sim.output();
+
+  const std::string daemonText = readAll(daemonLog);
+  const std::string errorText = readAll(errorLog);
+  ASSERT_FALSE(daemonText.empty());
+  ASSERT_FALSE(errorText.empty());
+  EXPECT_EQ(daemonText.back(), '\n');  // stopping never leaves half a line
+  EXPECT_EQ(errorText.back(), '\n');
+  const auto daemonLines = lines(daemonText);
+  EXPECT_GE(daemonLines.size(), 200u);
+  EXPECT_NE(daemonLines.front().find("msg=\"zevd started\""), std::string::npos);
+  for (const std::string& line : lines(errorText)) {
+    EXPECT_EQ(line.find('='), std::string::npos) << "free text only: " << line;
+  }
+#ifdef ZEV_HAVE_LOG_LINE
+  std::map<LogSeverity, int> severities;
+  for (const std::string& line : daemonLines) {
+    const LogLine parsed = LogLine::parse(line);
+    if (parsed.severity) ++severities[*parsed.severity];
+  }
+  for (const LogSeverity severity :
+       {LogSeverity::error, LogSeverity::warn, LogSeverity::info, LogSeverity::debug}) {
+    EXPECT_GT(severities[severity], 0);
+  }
+#endif
+}
+
+}  // namespace
+}  // namespace zev

@@ -1,0 +1,360 @@
+// Black-box tests of zevd-sim: each runs the real executable on an ephemeral
+// port with HOME in a temporary directory and talks to it over HTTP.
+#include <httplib.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/health_status.h"
+#include "core/health_summary.h"
+#include "tools/sim_process.h"
+
+namespace zev {
+namespace {
+
+using testing::SimProcess;
+using testing::TempDir;
+using namespace std::chrono_literals;
+
+struct Fetched {
+  bool answered = false;
+  int status = 0;
+  std::string body;
+  std::string contentType;
+};
+
+class ZevdSim : public ::testing::Test {
+ protected:
+  // Starts the simulator with `args` after the listen address and no logs
+  // unless asked for.
+  void start(std::vector<std::string> args = {}) {
+    args.insert(args.begin(), {"--listen", "127.0.0.1:0", "--sentinel",
+                               (home.path() / "trigger").string()});
+    sim = std::make_unique<SimProcess>(args, home.path());
+    ASSERT_GT(sim->port(), 0) << "zevd-sim did not start:\n" << sim->output();
+  }
+
+  Fetched get(const std::string& path, std::chrono::milliseconds timeout = 10s) {
+    httplib::Client client("127.0.0.1", sim->port());
+    client.set_connection_timeout(timeout);
+    client.set_read_timeout(timeout);
+    const auto result = client.Get(path.c_str());
+    if (!result) return {};
+    return {true, result->status, result->body, result->get_header_value("Content-Type")};
+  }
+
+  Fetched post(const std::string& path) {
+    httplib::Client client("127.0.0.1", sim->port());
+    client.set_read_timeout(10s);
+    const auto result = client.Post(path.c_str());
+    if (!result) return {};
+    return {true, result->status, result->body, {}};
+  }
+
+  void switchTo(const std::string& scenario, const std::string& extra = "") {
+    const Fetched answer = post("/sim/scenario?name=" + scenario + extra);
+    ASSERT_EQ(answer.status, 200) << answer.body;
+  }
+
+  TempDir home;
+  std::unique_ptr<SimProcess> sim;
+};
+
+TEST_F(ZevdSim, DocumentScenariosDecodeAndClassifyAsIntended) {
+  start({"--log-rate", "0", "--err-rate", "0"});
+  struct Case {
+    const char* scenario;
+    HealthStatus status;
+    int64_t liveCameras, totalCameras;
+    std::function<void(const HealthSummary&)> more;
+  };
+  const std::vector<Case> cases = {
+      {"healthy", HealthStatus::green, 4, 4,
+       [](const HealthSummary& s) {
+         EXPECT_FALSE(s.degraded.has_value());  // the figures decide, not a verdict
+         EXPECT_TRUE(s.defaultRoute && !s.defaultRoute->isWarning());
+         ASSERT_TRUE(s.build.has_value());
+         EXPECT_EQ(s.build->version, s.version);
+       }},
+      {"partial", HealthStatus::green, 2, 4,
+       [](const HealthSummary& s) { EXPECT_LT(s.liveStreams, s.totalStreams); }},
+      {"degraded", HealthStatus::yellow, 3, 4,
+       [](const HealthSummary& s) {
+         EXPECT_EQ(s.degraded, true);
+         EXPECT_EQ(s.degradedIssueCount(), 5);  // three listed, "more:2"
+         EXPECT_EQ(s.visibleDegradedReasons().size(), 3u);
+         EXPECT_TRUE(s.defaultRoute && s.defaultRoute->isWarning());
+       }},
+      {"no-streams", HealthStatus::yellow, 0, 0,
+       [](const HealthSummary& s) { EXPECT_EQ(s.totalStreams, 0); }},
+      {"all-down", HealthStatus::red, 0, 4,
+       [](const HealthSummary& s) { EXPECT_GT(s.totalStreams, 0); }},
+      {"stale-frames", HealthStatus::yellow, 4, 4,
+       [](const HealthSummary& s) { EXPECT_GE(s.newestFrameAgeMS, healthFreshFrameMaxMS); }},
+      {"thumb-drops", HealthStatus::yellow, 4, 4,
+       [](const HealthSummary& s) { EXPECT_GE(s.thumbDropRatio, healthThumbDropMaxRatio); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.scenario);
+    switchTo(c.scenario);
+    const Fetched answer = get("/api/health");
+    ASSERT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.contentType, "application/json");
+    const auto summary = decodeHealth(answer.body);
+    ASSERT_TRUE(summary.has_value()) << answer.body;
+    EXPECT_EQ(classifyHealth(summary), c.status);
+    EXPECT_EQ(summary->liveCameras(), c.liveCameras);
+    EXPECT_EQ(summary->totalCameras(), c.totalCameras);
+    c.more(*summary);
+  }
+}
+
+TEST_F(ZevdSim, MisbehavingScenariosMisbehaveAsNamed) {
+  start({"--log-rate", "0", "--err-rate", "0"});
+  struct Case {
+    const char* scenario;
+    const char* extra;
+    int status;
+    bool decodes;
+    std::function<void(const std::string&)> more;
+  };
+  const std::vector<Case> cases = {
+      {"http-503", "", 503, true, [](const std::string&) {}},
+      {"malformed-json", "", 200, false,
+       [](const std::string& body) {
+         EXPECT_FALSE(body.empty());
+         EXPECT_FALSE(nlohmann::json::accept(body));
+       }},
+      {"missing-cameras", "", 200, false,
+       [](const std::string& body) {
+         const auto doc = nlohmann::json::parse(body);
+         EXPECT_FALSE(doc.contains("cameras"));
+         EXPECT_TRUE(doc.contains("live_streams"));  // only the cameras are gone
+       }},
+      {"oversized", "&bytes=3000000", 200, true,
+       [](const std::string& body) { EXPECT_GE(body.size(), 3000000u); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.scenario);
+    switchTo(c.scenario, c.extra);
+    const Fetched answer = get("/api/health");
+    ASSERT_TRUE(answer.answered);
+    EXPECT_EQ(answer.status, c.status);
+    EXPECT_EQ(decodeHealth(answer.body).has_value(), c.decodes);
+    c.more(answer.body);
+  }
+}
+
+TEST_F(ZevdSim, SlowScenarioAnswersOnlyAfterItsDelay) {
+  start({"--scenario", "slow", "--slow-seconds", "2", "--log-rate", "0", "--err-rate", "0"});
+  EXPECT_FALSE(get("/api/health", 500ms).answered);
+  const Fetched patient = get("/api/health", 10s);
+  ASSERT_EQ(patient.status, 200);
+  EXPECT_TRUE(decodeHealth(patient.body).has_value());
+}
+
+TEST_F(ZevdSim, HangingHealthEndpointLeavesTheRestAnswering) {
+  start({"--scenario", "hang", "--log-rate", "0", "--err-rate", "0"});
+  // More hung requests at once than a fixed pool of workers would survive.
+  std::vector<std::thread> hung;
+  std::atomic<int> answered = 0;
+  for (int i = 0; i < 12; ++i) {
+    hung.emplace_back([&] {
+      if (get("/api/health", 1500ms).answered) ++answered;
+    });
+  }
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(get("/", 2s).status, 200);
+  EXPECT_EQ(get("/sim", 2s).status, 200);
+  for (std::thread& each : hung) each.join();
+  EXPECT_EQ(answered.load(), 0);
+
+  switchTo("healthy");
+  EXPECT_EQ(get("/api/health", 2s).status, 200);
+}
+
+TEST_F(ZevdSim, StopsCleanlyOnSignalEvenWithARequestHanging) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    SCOPED_TRACE(strsignal(signal));
+    start({"--scenario", "hang", "--log-rate", "50"});
+    std::thread waiting([this] { get("/api/health", 30s); });
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(sim->stop(signal, 10s), 0) << sim->output();
+    waiting.join();
+  }
+}
+
+TEST_F(ZevdSim, VersionEndpointPlaysTheDaemonSideOfAnUpdate) {
+  start({"--daemon-version", "1.8.3", "--log-rate", "0", "--err-rate", "0"});
+  const auto before = decodeHealth(get("/api/health").body);
+  ASSERT_TRUE(before && before->build);
+  EXPECT_EQ(before->version, "1.8.3");
+
+  ASSERT_EQ(post("/sim/version?version=1.9.0").status, 200);
+  const auto after = decodeHealth(get("/api/health").body);
+  ASSERT_TRUE(after && after->build);
+  EXPECT_EQ(after->version, "1.9.0");
+  EXPECT_EQ(after->build->version, "1.9.0");
+  EXPECT_NE(after->build->revision, before->build->revision);
+  EXPECT_GT(after->build->builtMS, before->build->builtMS);
+
+  EXPECT_EQ(post("/sim/version").status, 400);
+}
+
+TEST_F(ZevdSim, TouchesTheSentinelAtStartAndOnRequest) {
+  const auto sentinel = home.path() / "trigger";
+  start({"--touch-sentinel", "--log-rate", "0", "--err-rate", "0"});
+  ASSERT_TRUE(std::filesystem::exists(sentinel));
+
+  // Put the modification date an hour back, as a launcher would have seen it.
+  const auto old = std::filesystem::file_time_type::clock::now() - 1h;
+  std::filesystem::last_write_time(sentinel, old);
+  ASSERT_EQ(post("/sim/sentinel").status, 200);
+  EXPECT_GT(std::filesystem::last_write_time(sentinel), old + 50min);
+}
+
+TEST_F(ZevdSim, ScenarioFileIsMergedOverTheHealthyDocument) {
+  struct Case {
+    const char* name;
+    const char* patch;
+    std::optional<HealthStatus> status;  // nothing: does not decode
+  };
+  const std::vector<Case> cases = {
+      {"own verdict", R"({"degraded": true, "degraded_reasons": ["from the file"]})",
+       HealthStatus::yellow},
+      {"key removed", R"({"cameras": null})", std::nullopt},
+      {"figures", R"({"live_streams": 0})", HealthStatus::red},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto file = home.path() / "scenario.json";
+    std::ofstream(file) << c.patch;
+    start({"--scenario-file", file.string(), "--log-rate", "0", "--err-rate", "0"});
+    const Fetched answer = get("/api/health");
+    ASSERT_EQ(answer.status, 200);
+    const auto summary = decodeHealth(answer.body);
+    EXPECT_EQ(summary.has_value(), c.status.has_value()) << answer.body;
+    if (summary && c.status) {
+      EXPECT_EQ(classifyHealth(summary), *c.status);
+    }
+    // The page copes with whatever the file made of the document.
+    EXPECT_EQ(get("/").status, 200);
+    // Other scenarios stay reachable and the file's can be returned to.
+    switchTo("healthy");
+    EXPECT_EQ(classifyHealth(decodeHealth(get("/api/health").body)), HealthStatus::green);
+    switchTo("custom");
+  }
+}
+
+TEST_F(ZevdSim, CustomScenarioNeedsAFile) {
+  start({"--log-rate", "0", "--err-rate", "0"});
+  EXPECT_EQ(post("/sim/scenario?name=custom").status, 409);
+  EXPECT_EQ(post("/sim/scenario?name=nonsense").status, 400);
+  EXPECT_EQ(post("/sim/scenario?name=slow&seconds=-1").status, 400);
+}
+
+TEST_F(ZevdSim, StatusPageShowsTheSameHealth) {
+  start({"--scenario", "partial", "--log-rate", "0", "--err-rate", "0"});
+  const Fetched page = get("/");
+  ASSERT_EQ(page.status, 200);
+  EXPECT_EQ(page.contentType, "text/html; charset=utf-8");
+  for (const char* text : {"Front door", "Back yard", "1.8.3", "class=\"down\"", "partial"}) {
+    EXPECT_NE(page.body.find(text), std::string::npos) << text;
+  }
+
+  // The page's scenario buttons post to the control endpoint and come back.
+  httplib::Client client("127.0.0.1", sim->port());
+  const auto result = client.Post("/sim/scenario?name=degraded&back=1");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 303);
+  EXPECT_EQ(result->get_header_value("Location"), "/");
+  EXPECT_NE(get("/").body.find("more:2"), std::string::npos);
+}
+
+TEST_F(ZevdSim, KeepsServingWhenTheLogsCannotBeWritten) {
+  // HOME is a plain file, so $HOME/.zevd can never be created.
+  const auto notADirectory = home.path() / "home-file";
+  std::ofstream(notADirectory) << "x";
+  sim = std::make_unique<SimProcess>(
+      std::vector<std::string>{"--listen", "127.0.0.1:0", "--log-rate", "100"}, notADirectory);
+  ASSERT_GT(sim->port(), 0) << sim->output();
+  std::this_thread::sleep_for(500ms);
+  EXPECT_EQ(get("/api/health").status, 200);
+  EXPECT_EQ(sim->stop(), 0);
+  const std::string output = sim->output();
+  EXPECT_NE(output.find("cannot write the logs"), std::string::npos) << output;
+  // Said once, not once per line.
+  EXPECT_EQ(output.find("cannot write the logs"), output.rfind("cannot write the logs"));
+}
+
+TEST_F(ZevdSim, ATakenPortIsAnError) {
+  start({"--log-rate", "0", "--err-rate", "0"});
+  const auto second = testing::runSim(
+      {"--listen", "127.0.0.1:" + std::to_string(sim->port()), "--log-rate", "0"}, home.path());
+  EXPECT_EQ(second.code, 1) << second.output;
+  EXPECT_NE(second.output.find("cannot listen on 127.0.0.1:" + std::to_string(sim->port())),
+            std::string::npos)
+      << second.output;
+  EXPECT_EQ(get("/api/health").status, 200);  // the first one is unharmed
+}
+
+TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {
+  TempDir home;
+  const auto invalid = home.path() / "invalid.json";
+  std::ofstream(invalid) << R"({"ok": tru)";
+  const auto array = home.path() / "array.json";
+  std::ofstream(array) << "[1, 2]";
+  struct Case {
+    std::vector<std::string> args;
+    int code;
+    const char* says;
+  };
+  const std::vector<Case> cases = {
+      {{"--frobnicate"}, 64, "unknown option '--frobnicate'"},
+      {{"--listen"}, 64, "--listen needs a value"},
+      {{"--listen", "0.0.0.0:0"}, 64, "not a loopback address"},
+      {{"--listen", "example.com:0"}, 64, "not a loopback address"},
+      {{"--listen", "127.0.0.1:65536"}, 64, "port"},
+      {{"--listen", "127.0.0.1"}, 64, "HOST:PORT"},
+      {{"--scenario", "sunny"}, 64, "unknown scenario 'sunny'"},
+      {{"--scenario", "custom"}, 64, "needs --scenario-file"},
+      {{"--log-rate", "fast"}, 64, "--log-rate"},
+      {{"--scenario-file", (home.path() / "missing.json").string()}, 66, "No such file"},
+      {{"--scenario-file", home.path().string()}, 66, "scenario file"},
+      {{"--scenario-file", invalid.string()}, 66, "not valid JSON"},
+      {{"--scenario-file", array.string()}, 66, "not a JSON object"},
+      {{"--generate-log", (home.path() / "no" / "such" / "dir.log").string()}, 1,
+       "cannot write the log"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args.front() + (c.args.size() > 1 ? " " + c.args[1] : ""));
+    std::vector<std::string> args = c.args;
+    if (args.front() != "--listen") args.insert(args.begin(), {"--listen", "127.0.0.1:0"});
+    const auto run = testing::runSim(args, home.path());
+    EXPECT_EQ(run.code, c.code) << run.output;
+    EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
+    EXPECT_EQ(run.output.find("listening on"), std::string::npos) << run.output;
+  }
+}
+
+TEST(ZevdSimCommandLine, HelpNamesEveryScenarioAndControlEndpoint) {
+  TempDir home;
+  const auto run = testing::runSim({"--help"}, home.path());
+  EXPECT_EQ(run.code, 0);
+  for (const char* text :
+       {"healthy", "partial", "degraded", "no-streams", "all-down", "stale-frames", "thumb-drops",
+        "http-503", "malformed-json", "missing-cameras", "slow", "hang", "oversized",
+        "/sim/scenario", "/sim/version", "/sim/sentinel", "--generate-log"}) {
+    EXPECT_NE(run.output.find(text), std::string::npos) << text;
+  }
+}
+
+}  // namespace
+}  // namespace zev
