@@ -84,6 +84,13 @@ TEST(RunCapturingOutput, ReadsOutputLargerThanAPipeBuffer) {
   EXPECT_EQ(run.output.size(), 300000u);
 }
 
+TEST(RunCapturingOutput, GivesTheChildNoInputToWaitFor) {
+  const CapturedRun run = runCapturingOutput(
+      "/bin/sh", {"-c", "if read answer; then echo got; else echo eof; fi"},
+      std::chrono::seconds(20));
+  EXPECT_EQ(run.output, "eof\n");
+}
+
 TEST(RunCapturingOutput, KillsAChildThatOutlivesTheTimeout) {
   try {
     runCapturingOutput("/bin/sh", {"-c", "sleep 30"}, std::chrono::milliseconds(200));
