@@ -1,0 +1,32 @@
+// ZEVLauncher: a tray-only application. It owns no main window (and so has no
+// taskbar entry); the delegate runs the launch sequence once the event loop
+// is up, and quitting leaves the daemon running under its service manager.
+#include <QApplication>
+#include <QSystemTrayIcon>
+#include <QTimer>
+#include <iostream>
+
+#include "app/app_delegate.h"
+#include "app/ports/platform.h"
+
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  QApplication::setApplicationName(QStringLiteral("ZEVLauncher"));
+  QApplication::setApplicationDisplayName(QStringLiteral("ZEV Launcher"));
+  QApplication::setOrganizationDomain(QStringLiteral("zev.com"));
+  QGuiApplication::setDesktopFileName(QStringLiteral("com.zev.launcher"));
+  // Closing the popover or the log window must not end the launcher.
+  QApplication::setQuitOnLastWindowClosed(false);
+
+  zev::AppDelegate delegate(zev::makePlatform(), std::cerr);
+  delegate.platform().activation->becomeAccessory();
+
+  if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+    delegate.platform().launcherLog->info(
+        "no system tray available; the status item may not be shown");
+  }
+
+  QTimer::singleShot(0, &delegate, [&delegate] { delegate.applicationDidFinishLaunching(); });
+  QApplication::exec();
+  return 0;
+}
