@@ -13,7 +13,7 @@
 #include "app/health_state.h"
 #include "app/status_colors.h"
 #include "core/health_status.h"
-#include "tests/app/qt_printers.h"
+#include "app/qt_printers.h"
 
 namespace zev {
 namespace {
