@@ -66,6 +66,9 @@ class AppDelegate : public QObject {
   void installStatusItem();
 
   const QUrl& localBase() const { return m_localBase; }
+  // For development and tests only: points the launcher at another daemon
+  // (main.cpp reads it from ZEV_DAEMON_URL). Call before the launch sequence.
+  void setLocalBaseForDevelopment(QUrl base) { m_localBase = std::move(base); }
   StatusItemController* statusController() const { return m_statusController.get(); }
   Platform& platform() { return m_platform; }
 
@@ -73,7 +76,7 @@ class AppDelegate : public QObject {
   Platform m_platform;
   std::ostream& m_standardError;
   Clock m_clock;
-  const QUrl m_localBase;
+  QUrl m_localBase;
   std::unique_ptr<StatusItemController> m_statusController;
 };
 

@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPainter>
+#include <QPaintEvent>
 #include <QPainterPath>
 #include <QPushButton>
 #include <QScreen>
@@ -31,6 +32,7 @@ constexpr int kPopoverWidth = 340;
 constexpr int kScrollMaxHeight = 240;
 constexpr int kLogsButtonWidth = 64;
 constexpr int kAnchorGap = 4;
+constexpr int kScreenMargin = 4;  // never flush against the screen's edge
 
 QString qs(const std::string& text) { return QString::fromStdString(text); }
 
@@ -481,6 +483,16 @@ void PopoverView::place() {
   move(popoverPosition(sizeHint().expandedTo(size()), m_anchor, cursor, area));
 }
 
+void PopoverView::paintEvent(QPaintEvent* event) {
+  QWidget::paintEvent(event);
+  // A hairline edge: the popup has no frame and no shadow of its own.
+  QPainter painter(this);
+  QColor edge = palette().color(QPalette::WindowText);
+  edge.setAlphaF(0.25f);
+  painter.setPen(edge);
+  painter.drawRect(rect().adjusted(0, 0, -1, -1));
+}
+
 void PopoverView::hideEvent(QHideEvent* event) {
   QWidget::hideEvent(event);
   emit closed();
@@ -495,8 +507,9 @@ QPoint popoverPosition(QSize size, std::optional<QRect> anchor, QPoint cursor, Q
     const int above = target.top() - kAnchorGap - size.height();
     if (above >= screen.top()) y = above;
   }
-  x = std::clamp(x, screen.left(), std::max(screen.left(), screen.right() + 1 - size.width()));
-  y = std::clamp(y, screen.top(), std::max(screen.top(), screen.bottom() + 1 - size.height()));
+  const QRect inner = screen.adjusted(kScreenMargin, 0, -kScreenMargin, 0);
+  x = std::clamp(x, inner.left(), std::max(inner.left(), inner.right() + 1 - size.width()));
+  y = std::clamp(y, inner.top(), std::max(inner.top(), inner.bottom() + 1 - size.height()));
   return {x, y};
 }
 

@@ -41,6 +41,9 @@ class PopoverView : public QWidget {
   PopoverView(const HealthState& state, PopoverActions actions, QWidget* parent = nullptr);
   ~PopoverView() override;
 
+  // The item's rectangle it was last shown under, if the tray told.
+  std::optional<QRect> anchor() const { return m_anchor; }
+
   // Shows the popover under `anchor` (the item's rectangle in global
   // coordinates), or at the cursor when the tray does not say where the item
   // is; kept inside the screen either way. Takes keyboard focus.
@@ -56,6 +59,7 @@ class PopoverView : public QWidget {
 
  protected:
   void hideEvent(QHideEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
 
  private:
   void rebuild();
@@ -74,8 +78,8 @@ class PopoverView : public QWidget {
 
 // Where a popover of `size` goes: centred under `anchor` when the tray gives
 // the item's rectangle, else under `cursor`; flipped above when there is no
-// room below (a panel at the bottom of the screen), and clamped into
-// `screen` (the available geometry).
+// room below (a panel at the bottom of the screen), and kept inside `screen`
+// (the available geometry) with a small margin at the sides.
 QPoint popoverPosition(QSize size, std::optional<QRect> anchor, QPoint cursor, QRect screen);
 
 }  // namespace zev

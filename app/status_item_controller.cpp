@@ -1,6 +1,7 @@
 #include "app/status_item_controller.h"
 
 #include <QPushButton>
+#include <QCursor>
 #include <QMessageBox>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -23,8 +24,9 @@ namespace {
 // Trays draw icons from 16 to 48 pixels; a 64-pixel dot scales down cleanly.
 constexpr qreal kItemImageScale = 6.4;
 
-// A click on the item closes an open popover as a click outside it, and the
-// same click then reaches the item: within this window it only closes.
+// A click on the item closes an open popover as a click outside it, and Qt
+// then hands the same click on to the item (an XEmbed tray icon is one of our
+// own windows): within this window such a click only closes.
 constexpr qint64 kReopenGuardMS = 300;
 
 }  // namespace
@@ -54,7 +56,14 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
                     closingPopoverFirst(&StatusItemActions::onRevealLogs),
                     closingPopoverFirst(&StatusItemActions::onCheckUpdates),
                 });
-  connect(m_popover.get(), &PopoverView::closed, this, [this] { m_sincePopoverClosed.start(); });
+  connect(m_popover.get(), &PopoverView::closed, this, [this] {
+    const std::optional<QRect> anchor = m_popover->anchor();
+    if (anchor && anchor->contains(QCursor::pos())) {
+      m_sincePopoverClosed.start();
+    } else {
+      m_sincePopoverClosed.invalidate();
+    }
+  });
 }
 
 StatusItemController::~StatusItemController() {

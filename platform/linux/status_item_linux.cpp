@@ -3,10 +3,12 @@
 //
 // Trays have room for a square icon only, so the title (" 3/4") is not drawn:
 // the count is in the tooltip and in the popover's header. The dot picture
-// arrives large and is scaled by the tray to its icon size.
+// arrives large (64 pixels) and is scaled by the tray to its icon size.
 #include <QGuiApplication>
 #include <QIcon>
+#include <QPainter>
 #include <QPixmap>
+#include <algorithm>
 #include <QSystemTrayIcon>
 
 #include "app/ports/status_item.h"
@@ -32,8 +34,19 @@ class TrayStatusItem : public StatusItem {
   bool hasButton() const override { return true; }
 
   void setImage(const QImage& image) override {
-    QPixmap pixmap = QPixmap::fromImage(image);
-    pixmap.setDevicePixelRatio(1.0);
+    // Trays fill their whole slot with the icon; the dot is drawn smaller, in
+    // the middle of a transparent square, so it sits in the panel the way the
+    // menu bar's 10-point dot does.
+    const int side = std::max(image.width(), image.height()) * 3 / 2;
+    QPixmap pixmap(side, side);
+    pixmap.fill(Qt::transparent);
+    {
+      QPainter painter(&pixmap);
+      painter.setRenderHint(QPainter::SmoothPixmapTransform);
+      QImage dot = image;
+      dot.setDevicePixelRatio(1.0);
+      painter.drawImage(QPoint((side - dot.width()) / 2, (side - dot.height()) / 2), dot);
+    }
     m_tray.setIcon(QIcon(pixmap));
     // Shown on the first picture, so the tray never holds an empty slot. Qt
     // keeps the icon and shows it once a tray appears, if none is there yet.

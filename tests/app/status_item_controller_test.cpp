@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QCursor>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -11,8 +12,11 @@
 #include <QToolButton>
 
 #include "app/popover_view.h"
-#include "tests/app/qt_printers.h"
-#include "tests/app/status_item_fakes.h"
+#include "app/fakes/fake_status_item.h"
+#include "app/fakes/fake_system_log.h"
+#include "app/fakes/health_server.h"
+#include "app/fakes/manual_clock.h"
+#include "app/qt_printers.h"
 
 namespace zev {
 namespace {
@@ -21,7 +25,7 @@ using namespace std::chrono_literals;
 using testing::FakeStatusItem;
 using testing::HealthServer;
 using testing::ManualClock;
-using testing::RecordingLog;
+using testing::FakeSystemLog;
 using testing::StatusItemRecord;
 
 // Four cameras, three of them live, no verdict of the daemon's own.
@@ -79,7 +83,7 @@ class StatusItemControllerTest : public ::testing::Test {
   }
 
   std::shared_ptr<StatusItemRecord> item = std::make_shared<StatusItemRecord>();
-  RecordingLog log;
+  FakeSystemLog log;
   ManualClock clock;
   std::vector<std::string> calls;
   std::vector<bool> popoverShownAtCall;
@@ -96,8 +100,8 @@ TEST_F(StatusItemControllerTest, InstallShowsUnreachableThenAppliesFirstPoll) {
   EXPECT_EQ(item->toolTip, "ZEV daemon unreachable");
   ASSERT_FALSE(item->images.empty());
   EXPECT_TRUE(item->onClick);
-  ASSERT_EQ(log.infos.size(), 1u);
-  EXPECT_EQ(log.infos[0], "status item installed; polling " + daemon.baseURL().toStdString());
+  EXPECT_EQ(log.entries(), std::vector{testing::info("status item installed; polling " +
+                                                     daemon.baseURL().toStdString())});
   EXPECT_EQ(controller->pollsStartedForTesting(), 1);
 
   ASSERT_TRUE(waitForPolls(*controller, 1));
@@ -107,7 +111,9 @@ TEST_F(StatusItemControllerTest, InstallShowsUnreachableThenAppliesFirstPoll) {
   EXPECT_EQ(controller->healthURL().toString(), daemon.baseURL() + "/api/health");
 }
 
-TEST_F(StatusItemControllerTest, PollOutcomes) {
+// What zevd-sim's scenarios do not cover: bodies and codes at the edges of
+// "only a 200 with a body counts" (the scenarios are in status_item_sim_test).
+TEST_F(StatusItemControllerTest, PollOutcomesAtTheEdges) {
   struct Case {
     const char* name;
     HealthServer::Response response;
@@ -116,13 +122,10 @@ TEST_F(StatusItemControllerTest, PollOutcomes) {
   };
   const Case cases[] = {
       {"200 healthy", {200, kHealthy}, true, HealthStatus::green},
-      {"200 degraded", {200, kDegraded}, true, HealthStatus::yellow},
-      {"503 with a valid document", {503, kHealthy}, false, HealthStatus::red},
-      {"200 malformed", {200, kHealthy.substr(0, 40)}, false, HealthStatus::red},
-      {"200 without cameras", {200, kNoCameras}, false, HealthStatus::red},
       {"200 empty body", {200, ""}, false, HealthStatus::red},
       {"204 no content", {204, ""}, false, HealthStatus::red},
-      {"hanging daemon", {200, kHealthy, 0ms, true}, false, HealthStatus::red},
+      {"404 with a valid document", {404, kHealthy}, false, HealthStatus::red},
+      {"200 without cameras", {200, kNoCameras}, false, HealthStatus::red},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -213,6 +216,39 @@ TEST_F(StatusItemControllerTest, TogglePopoverPollsWhenOpeningAndClosesWhenOpen)
   EXPECT_EQ(controller->pollsStartedForTesting(), 2);
 }
 
+// A click on the tray icon while the popover is open closes the popover as a
+// click outside it, and then reaches the icon as well: that second delivery
+// must not open it again. A click elsewhere followed by one on the icon must.
+TEST_F(StatusItemControllerTest, ClickOnTheItemThatClosedThePopoverDoesNotReopenIt) {
+  struct Case {
+    const char* name;
+    QPoint closingClick;
+    bool reopens;
+  };
+  const Case cases[] = {
+      {"closed by a click on the item", {610, 10}, false},
+      {"closed by a click elsewhere", {100, 400}, true},
+  };
+  auto controller = makeController(QStringLiteral("http://127.0.0.1:%1").arg(testing::closedPort()));
+  controller->install();
+  item->anchor = QRect(600, 0, 24, 24);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    item->onClick();
+    ASSERT_TRUE(controller->isPopoverShown());
+    QCursor::setPos(c.closingClick);
+    controller->popover()->close();  // what Qt does with a press outside a popup
+    item->onClick();
+    EXPECT_EQ(controller->isPopoverShown(), c.reopens);
+    controller->popover()->close();
+    QTest::qWait(350);
+  }
+  // Later clicks on the item open it as usual.
+  QCursor::setPos(610, 10);
+  item->onClick();
+  EXPECT_TRUE(controller->isPopoverShown());
+}
+
 TEST_F(StatusItemControllerTest, PopoverActionsCloseThePopoverFirst) {
   struct Case {
     const char* button;
@@ -246,7 +282,6 @@ TEST_F(StatusItemControllerTest, PopoverActionsCloseThePopoverFirst) {
     EXPECT_EQ(calls, std::vector<std::string>{c.expected});
     EXPECT_EQ(popoverShownAtCall, std::vector<bool>{false});
     EXPECT_FALSE(controller->isPopoverShown());
-    QTest::qWait(350);  // past the guard against a click that closed the popover reopening it
   }
 }
 
