@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QSystemTrayIcon>
 #include <QTimer>
+#include <QUrl>
 #include <iostream>
 
 #include "app/app_delegate.h"
@@ -19,6 +20,11 @@ int main(int argc, char** argv) {
   QApplication::setQuitOnLastWindowClosed(false);
 
   zev::AppDelegate delegate(zev::makePlatform(), std::cerr);
+  // Development: another daemon than the one on 127.0.0.1:8085 (the demo and
+  // the end-to-end check run zevd-sim on a port of their own).
+  if (const QString url = qEnvironmentVariable("ZEV_DAEMON_URL"); !url.isEmpty()) {
+    delegate.setLocalBaseForDevelopment(QUrl(url));
+  }
   delegate.platform().activation->becomeAccessory();
 
   if (!QSystemTrayIcon::isSystemTrayAvailable()) {
