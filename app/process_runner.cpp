@@ -16,10 +16,10 @@ QStringList toQStringList(const std::vector<std::string>& arguments) {
 }
 
 void startOrThrow(QProcess& process, const std::string& path,
-                  const std::vector<std::string>& arguments) {
+                  const std::vector<std::string>& arguments, QIODevice::OpenMode mode) {
   process.setProgram(QString::fromStdString(path));
   process.setArguments(toQStringList(arguments));
-  process.start(QIODevice::ReadOnly);
+  process.start(mode);
   if (!process.waitForStarted(-1)) throw ProcessLaunchError(process.errorString().toStdString());
 }
 
@@ -47,7 +47,7 @@ void runInheritingOutput(const std::string& path, const std::vector<std::string>
   QProcess process;
   process.setProcessChannelMode(QProcess::ForwardedChannels);
   process.setInputChannelMode(QProcess::ForwardedInputChannel);
-  startOrThrow(process, path, arguments);
+  startOrThrow(process, path, arguments, QIODevice::ReadWrite);
   process.waitForFinished(-1);
   const int status = statusOf(process);
   if (status != 0) throw ReliabilityError(path, status);
@@ -57,7 +57,10 @@ CapturedRun runCapturingOutput(const std::string& path, const std::vector<std::s
                                std::optional<std::chrono::milliseconds> timeout) {
   QProcess process;
   process.setProcessChannelMode(QProcess::MergedChannels);
-  startOrThrow(process, path, arguments);
+  // Standard input is /dev/null, so a tool that asks a question reads
+  // end-of-file instead of waiting forever on a pipe nobody writes to.
+  process.setStandardInputFile(QProcess::nullDevice());
+  startOrThrow(process, path, arguments, QIODevice::ReadOnly);
   const int limit = timeout ? static_cast<int>(timeout->count()) : -1;
   // waitForFinished drains the pipe into QProcess's buffer as it waits, so a
   // chatty child cannot fill the pipe and stall.

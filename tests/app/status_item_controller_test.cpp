@@ -376,7 +376,9 @@ TEST(StatusItemDotImage, IsATransparentSquareWithACentredDotOfTheStatusColour) {
         EXPECT_EQ(qAlpha(image.pixel(corner)), 0);
       }
       // The edge midpoints lie in the inset ring, outside the circle.
-      if (scale >= 2.0) EXPECT_EQ(qAlpha(image.pixel(side / 2, 0)), 0);
+      if (scale >= 2.0) {
+        EXPECT_EQ(qAlpha(image.pixel(side / 2, 0)), 0);
+      }
       EXPECT_EQ(image.pixelColor(side / 2, side / 2).rgb(), c.color.rgb());
     }
   }

@@ -79,13 +79,6 @@ struct RecordingOpener {
   }
 };
 
-TEST(LinuxWorkspace, OpensURLsWithTheDesktopOpener) {
-  RecordingOpener opener;
-  LinuxWorkspace workspace(QDBusConnection(QStringLiteral("not-connected")), opener.function());
-  workspace.openURL("http://127.0.0.1:8085");
-  EXPECT_THAT(*opener.opened, ElementsAre(QUrl(QStringLiteral("http://127.0.0.1:8085"))));
-}
-
 TEST(LinuxWorkspace, OpensTheContainingFolderWithoutASessionBus) {
   RecordingOpener opener;
   LinuxWorkspace workspace(QDBusConnection(QStringLiteral("not-connected")), opener.function());
