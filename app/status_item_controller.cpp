@@ -208,7 +208,9 @@ void StatusItemController::togglePopover() {
 void StatusItemController::confirmRestart() {
   if (m_activation) m_activation->activate();
   QPointer<StatusItemController> self(this);
-  const bool restart = m_restartPrompt ? m_restartPrompt() : runRestartAlert();
+  // A copy: the prompt may outlive this object (see below).
+  const std::function<bool()> prompt = m_restartPrompt;
+  const bool restart = prompt ? prompt() : runRestartAlert();
   // The alert runs a nested event loop; the controller may be gone after it.
   if (!self || !restart) return;
   const std::function<void()> onRestart = m_actions.onRestart;
