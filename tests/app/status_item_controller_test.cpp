@@ -143,22 +143,6 @@ TEST_F(StatusItemControllerTest, PollOutcomesAtTheEdges) {
   }
 }
 
-TEST_F(StatusItemControllerTest, RefusedConnectionIsUnreachableAndStillStampsTheTime) {
-  auto controller =
-      makeController(QStringLiteral("http://127.0.0.1:%1").arg(testing::closedPort()));
-  controller->setPollIntervalForTesting(20ms);
-  controller->install();
-  const auto start = clock.now;
-  for (int i = 1; i <= 3; ++i) {
-    clock.now = start + std::chrono::seconds(5 * i);
-    ASSERT_TRUE(waitForPolls(*controller, 1));
-    EXPECT_EQ(controller->state().lastUpdated(), clock.now);
-  }
-  EXPECT_FALSE(controller->state().summary());
-  EXPECT_EQ(controller->state().status(), HealthStatus::red);
-  EXPECT_EQ(item->toolTip, "ZEV daemon unreachable");
-}
-
 TEST_F(StatusItemControllerTest, OverlappingPollsApplyInArrivalOrder) {
   // The first request is answered late with a degraded document, the second
   // at once with a healthy one: the late answer is the one that stays.
