@@ -9,8 +9,8 @@
 #include <QIcon>
 #include <QLabel>
 #include <QMenu>
-#include <QPainter>
 #include <QPaintEvent>
+#include <QPainter>
 #include <QPainterPath>
 #include <QPushButton>
 #include <QScreen>
@@ -208,7 +208,8 @@ QFrame* makeDivider(QWidget* parent) {
 }  // namespace
 
 PopoverView::PopoverView(const HealthState& state, PopoverActions actions, QWidget* parent)
-    : QWidget(parent, Qt::Popup | Qt::FramelessWindowHint), m_state(state),
+    : QWidget(parent, Qt::Popup | Qt::FramelessWindowHint),
+      m_state(state),
       m_actions(std::move(actions)) {
   setObjectName("popover");
   setFixedWidth(kPopoverWidth);
@@ -275,8 +276,8 @@ QWidget* PopoverView::buildHeader() {
                                    .arg(summary->liveCameras())
                                    .arg(summary->totalCameras()),
                                title, "headerTitle", header));
-    auto* second = makeLabel("zevd " + qs(summary->version), sizedFont(font(), 11),
-                             "headerSubtitle", header);
+    auto* second =
+        makeLabel("zevd " + qs(summary->version), sizedFont(font(), 11), "headerSubtitle", header);
     setTextColor(second, secondaryTextColor(palette()));
     lines->addWidget(second);
   } else {
@@ -300,8 +301,8 @@ QWidget* PopoverView::buildSummary() {
   metrics->addWidget(makeMetric("CPU", QString::asprintf("%.0f%%", summary.cpuPercent), body));
   metrics->addWidget(
       makeMetric("RSS", QString::asprintf("%.1f GB", double(summary.rssBytes) / 1e9), body));
-  metrics->addWidget(makeMetric("Thumb drops",
-                                QString::asprintf("%.0f%%", summary.thumbDropRatio * 100), body));
+  metrics->addWidget(
+      makeMetric("Thumb drops", QString::asprintf("%.0f%%", summary.thumbDropRatio * 100), body));
   if (summary.worstFrameAgeMS) {
     metrics->addWidget(makeMetric("Worst", qs(summary.worstFrameAgeText()), body));
   } else if (summary.newestFrameAgeMS >= 0) {
@@ -312,16 +313,15 @@ QWidget* PopoverView::buildSummary() {
   column->addLayout(metrics);
 
   if (const auto& route = summary.defaultRoute) {
-    const QColor color =
-        route->isWarning() ? systemOrange() : secondaryTextColor(palette());
+    const QColor color = route->isWarning() ? systemOrange() : secondaryTextColor(palette());
     auto* link = new QHBoxLayout;
     link->setSpacing(5);
     auto* symbol = new QLabel(body);
     symbol->setObjectName("linkSymbol");
     symbol->setProperty("kind", qs(route->kind));
     symbol->setPixmap(linkSymbol(route->kind, color, devicePixelRatioF()));
-    auto* text = makeLabel("Link: " + qs(route->summaryText()), sizedFont(font(), 11),
-                           "linkLabel", body);
+    auto* text =
+        makeLabel("Link: " + qs(route->summaryText()), sizedFont(font(), 11), "linkLabel", body);
     text->setProperty("warning", route->isWarning());
     setTextColor(text, color);
     link->addWidget(symbol);
@@ -342,9 +342,9 @@ QWidget* PopoverView::buildSummary() {
     tint.setAlphaF(0.16f);
     palette.setColor(QPalette::Window, tint);
     block->setPalette(palette);
-    lines->addWidget(makeLabel(
-        QStringLiteral("Degraded: %1 issues").arg(summary.degradedIssueCount()),
-        sizedFont(font(), 11, QFont::DemiBold), "degradedTitle", block));
+    lines->addWidget(
+        makeLabel(QStringLiteral("Degraded: %1 issues").arg(summary.degradedIssueCount()),
+                  sizedFont(font(), 11, QFont::DemiBold), "degradedTitle", block));
     for (const std::string& reason : summary.visibleDegradedReasons()) {
       auto* line = makeLabel(qs(reason), sizedFont(font(), 11), "degradedReason", block);
       line->setWordWrap(true);
@@ -365,16 +365,16 @@ QWidget* PopoverView::buildSummary() {
     auto* line = new QHBoxLayout(row);
     line->setContentsMargins(0, 4, 0, 4);
     line->setSpacing(7);
-    line->addWidget(makeDot(camera.live ? systemGreen() : secondaryTextColor(palette()), 7,
-                            "cameraDot", row));
+    line->addWidget(
+        makeDot(camera.live ? systemGreen() : secondaryTextColor(palette()), 7, "cameraDot", row));
     auto* name = new ElidedLabel(qs(camera.name), row);
     name->setObjectName("cameraName");
     name->setFont(nameFont);
     line->addWidget(name, 1);
     QLabel* state;
     if (camera.live) {
-      state = makeLabel(QStringLiteral("%1 ms").arg(camera.frameAgeMS), stateFont, "cameraState",
-                        row);
+      state =
+          makeLabel(QStringLiteral("%1 ms").arg(camera.frameAgeMS), stateFont, "cameraState", row);
       setTextColor(state, secondaryTextColor(palette()));
     } else {
       state = makeLabel(QStringLiteral("down"), stateFont, "cameraState", row);
@@ -400,9 +400,9 @@ QWidget* PopoverView::buildSummary() {
 }
 
 QWidget* PopoverView::buildUnreachable() {
-  auto* text = makeLabel(
-      QStringLiteral("Daemon not responding on this Mac. It may be starting or stopped."),
-      sizedFont(font(), 12), "unreachableText", this);
+  auto* text =
+      makeLabel(QStringLiteral("Daemon not responding on this Mac. It may be starting or stopped."),
+                sizedFont(font(), 12), "unreachableText", this);
   text->setWordWrap(true);
   setTextColor(text, secondaryTextColor(palette()));
   return text;

@@ -1,6 +1,5 @@
 #include "app/status_item_controller.h"
 
-#include <QPushButton>
 #include <QCursor>
 #include <QMessageBox>
 #include <QNetworkAccessManager>
@@ -8,6 +7,7 @@
 #include <QNetworkRequest>
 #include <QPainter>
 #include <QPointer>
+#include <QPushButton>
 #include <QTimer>
 #include <cmath>
 #include <utility>
@@ -33,8 +33,7 @@ constexpr qint64 kReopenGuardMS = 300;
 
 StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusItem, QUrl baseURL,
                                            StatusItemActions actions, SystemLog& statusLog,
-                                           AppActivation* activation, Clock clock,
-                                           QObject* parent)
+                                           AppActivation* activation, Clock clock, QObject* parent)
     : QObject(parent),
       m_statusItem(std::move(statusItem)),
       m_state(std::make_unique<HealthState>()),
@@ -107,8 +106,8 @@ void StatusItemController::install() {
   });
   m_timer->start();
 
-  m_statusLog.info(("status item installed; polling " + m_baseURL.toString(QUrl::FullyEncoded))
-                       .toStdString());
+  m_statusLog.info(
+      ("status item installed; polling " + m_baseURL.toString(QUrl::FullyEncoded)).toStdString());
 }
 
 QUrl StatusItemController::healthURL() const {
@@ -124,8 +123,7 @@ void StatusItemController::poll() {
   // the manager either), no cookies, no stored credentials, no redirects.
   QNetworkRequest request(healthURL());
   request.setTransferTimeout(int(m_requestTimeout.count()));
-  request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
-                       QNetworkRequest::AlwaysNetwork);
+  request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
   request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
   request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
   request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);

@@ -42,8 +42,8 @@ class MacStatusItem : public StatusItem {
     CGImageRef cgImage = image.toCGImage();
     if (!cgImage) return;
     const QSizeF points = image.deviceIndependentSize();
-    NSImage* picture = [[NSImage alloc] initWithCGImage:cgImage
-                                                   size:NSMakeSize(points.width(), points.height())];
+    NSImage* picture =
+        [[NSImage alloc] initWithCGImage:cgImage size:NSMakeSize(points.width(), points.height())];
     CGImageRelease(cgImage);
     picture.template = NO;
     m_item.button.image = picture;

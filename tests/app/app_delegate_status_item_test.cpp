@@ -20,9 +20,9 @@ namespace zev {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing::FakePlatform;
 using testing::FakeStatusItem;
+using ::testing::IsEmpty;
 using testing::StatusItemRecord;
 
 class InstallStatusItemTest : public ::testing::Test {
@@ -74,7 +74,8 @@ TEST_F(InstallStatusItemTest, EachActionReachesItsPort) {
 
   // The log window arrives with the log viewer; until then only a log line.
   trigger("viewLogAction");
-  EXPECT_THAT(fakes.launcherLog->entries(), ElementsAre(testing::info("log window not available yet")));
+  EXPECT_THAT(fakes.launcherLog->entries(),
+              ElementsAre(testing::info("log window not available yet")));
 
   // No updater exists yet: checking for updates touches nothing.
   fakes.launcherLog->clear();

@@ -11,9 +11,9 @@
 #include <QToolButton>
 
 #include "app/health_state.h"
+#include "app/qt_printers.h"
 #include "app/status_colors.h"
 #include "core/health_status.h"
-#include "app/qt_printers.h"
 
 namespace zev {
 namespace {
@@ -99,16 +99,14 @@ TEST_F(PopoverViewTest, HealthyShowsHeaderFiguresAndCamerasInOrder) {
   EXPECT_EQ(text("headerSubtitle"), "zevd 1.4.2");
   EXPECT_EQ(view.findChild<QLabel*>("headerDot")->property("status").toString(), "green");
   using Metrics = std::vector<std::pair<QString, QString>>;
-  EXPECT_EQ(metrics(), (Metrics{{"CPU", "12%"},
-                                {"RSS", "1.4 GB"},
-                                {"Thumb drops", "3%"},
-                                {"Worst", "1234 ms"}}));
-  EXPECT_EQ(cameraRows(), (Metrics{{"Front door", "120 ms"},
-                                   {"Garage", "140 ms"},
-                                   {"Garden", "95 ms"},
-                                   {"Attic", "down"}}));
-  EXPECT_EQ(view.findChildren<QLabel*>("cameraState").back()->palette().color(
-                QPalette::WindowText),
+  EXPECT_EQ(
+      metrics(),
+      (Metrics{{"CPU", "12%"}, {"RSS", "1.4 GB"}, {"Thumb drops", "3%"}, {"Worst", "1234 ms"}}));
+  EXPECT_EQ(
+      cameraRows(),
+      (Metrics{
+          {"Front door", "120 ms"}, {"Garage", "140 ms"}, {"Garden", "95 ms"}, {"Attic", "down"}}));
+  EXPECT_EQ(view.findChildren<QLabel*>("cameraState").back()->palette().color(QPalette::WindowText),
             systemRed());
   EXPECT_FALSE(view.findChild<QWidget*>("degraded"));
   EXPECT_FALSE(view.findChild<QLabel*>("linkLabel"));
@@ -193,8 +191,8 @@ TEST_F(PopoverViewTest, LinkLineFollowsTheRoute) {
   };
   const Case cases[] = {
       {"no route", std::nullopt, "", false},
-      {"wifi", HealthDefaultRoute{"wlan0", "wifi", 866, "802.11ac"},
-       "Link: wlan0 wifi 866 Mb/s", true},
+      {"wifi", HealthDefaultRoute{"wlan0", "wifi", 866, "802.11ac"}, "Link: wlan0 wifi 866 Mb/s",
+       true},
       {"gigabit ethernet", HealthDefaultRoute{"eth0", "ethernet", 1000, "1000baseT"},
        "Link: eth0 ethernet 1000 Mb/s", false},
       {"slow ethernet", HealthDefaultRoute{"eth0", "ethernet", 100, "100baseTX"},
