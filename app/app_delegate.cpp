@@ -23,9 +23,9 @@ namespace {
 // The daemon's base URL is a fixed literal; failing to parse it is a
 // programming error, not a condition to carry on from.
 QUrl parseLocalBase() {
-  const QUrl url(QString::fromUtf8(localBaseLiteral.data(),
-                                   static_cast<qsizetype>(localBaseLiteral.size())),
-                 QUrl::StrictMode);
+  const QUrl url(
+      QString::fromUtf8(localBaseLiteral.data(), static_cast<qsizetype>(localBaseLiteral.size())),
+      QUrl::StrictMode);
   if (!url.isValid() || url.scheme().isEmpty() || url.host().isEmpty()) {
     std::fputs("ZEV launcher: the daemon's base URL does not parse\n", stderr);
     std::abort();
@@ -38,7 +38,8 @@ QUrl parseLocalBase() {
 std::string expandTilde(const std::string& path, const std::filesystem::path& home) {
   if (path.empty() || path.front() != '~') return path;
   const std::size_t slash = path.find('/');
-  const std::string user = path.substr(1, slash == std::string::npos ? std::string::npos : slash - 1);
+  const std::string user =
+      path.substr(1, slash == std::string::npos ? std::string::npos : slash - 1);
   const std::string rest = slash == std::string::npos ? std::string() : path.substr(slash);
   std::string userHome;
   if (user.empty()) {
@@ -51,6 +52,29 @@ std::string expandTilde(const std::string& path, const std::filesystem::path& ho
   while (userHome.size() > 1 && userHome.back() == '/') userHome.pop_back();
   if (userHome == "/" && !rest.empty()) return rest;
   return userHome + rest;
+}
+
+struct RegistrationTexts {
+  const char* registered;  // followed by " (status=…)"
+  const char* alreadyRegistered;
+  const char* failed;         // followed by the error's description
+  const char* standardError;  // after "ZEV launcher: ", followed by the full error
+};
+
+// The outcome of registering a service: registered (with its status), already
+// registered (code 12, whatever the domain: normal after the first launch), or
+// failed, which also goes to standard error.
+void reportRegistration(SystemLog& log, std::ostream& standardError, AppService& service,
+                        const std::optional<ServiceError>& error, const RegistrationTexts& texts) {
+  if (!error) {
+    log.info(std::string(texts.registered) + " (status=" + service.statusDescription() + ")");
+  } else if (error->code == ServiceError::alreadyRegistered) {
+    log.info(texts.alreadyRegistered);
+  } else {
+    log.error(texts.failed + error->localizedDescription);
+    standardError << "ZEV launcher: " << texts.standardError << error->fullDescription << '\n'
+                  << std::flush;
+  }
 }
 
 }  // namespace
@@ -83,10 +107,11 @@ void AppDelegate::applicationDidFinishLaunching() {
 }
 
 void AppDelegate::verifyDaemonPresent() {
-  const std::filesystem::path daemon = m_platform.bundleInfo->bundlePath() / "Contents/Helpers/zevd";
+  const std::filesystem::path daemon =
+      m_platform.bundleInfo->bundlePath() / "Contents/Helpers/zevd";
   std::error_code ignored;
-  const bool present = std::filesystem::is_regular_file(daemon, ignored) &&
-                       ::access(daemon.c_str(), X_OK) == 0;
+  const bool present =
+      std::filesystem::is_regular_file(daemon, ignored) && ::access(daemon.c_str(), X_OK) == 0;
   if (present) {
     m_platform.launcherLog->info("daemon present at " + daemon.string());
     return;
@@ -96,21 +121,10 @@ void AppDelegate::verifyDaemonPresent() {
 }
 
 void AppDelegate::registerLoginItem() {
-  SystemLog& log = *m_platform.launcherLog;
   const std::unique_ptr<AppService> service = m_platform.serviceManager->mainAppService();
-  const std::optional<ServiceError> error = service->registerService();
-  if (!error) {
-    log.info("LoginItem registered (status=" + service->statusDescription() + ")");
-    return;
-  }
-  if (error->code == ServiceError::alreadyRegistered) {
-    log.info("LoginItem already registered");
-    return;
-  }
-  log.error("LoginItem register failed: " + error->localizedDescription);
-  m_standardError << "ZEV launcher: SMAppService.mainApp.register() failed: "
-                  << error->fullDescription << '\n'
-                  << std::flush;
+  reportRegistration(*m_platform.launcherLog, m_standardError, *service, service->registerService(),
+                     {"LoginItem registered", "LoginItem already registered",
+                      "LoginItem register failed: ", "SMAppService.mainApp.register() failed: "});
 }
 
 void AppDelegate::registerAgent() {
@@ -126,19 +140,9 @@ void AppDelegate::registerAgent() {
     log.info("Agent prior registration dropped");
   }
 
-  const std::optional<ServiceError> error = service->registerService();
-  if (!error) {
-    log.info("Agent registered (status=" + service->statusDescription() + ")");
-    return;
-  }
-  if (error->code == ServiceError::alreadyRegistered) {
-    log.info("Agent already registered (race?)");
-    return;
-  }
-  log.error("Agent register failed: " + error->localizedDescription);
-  m_standardError << "ZEV launcher: SMAppService.agent.register() failed: "
-                  << error->fullDescription << '\n'
-                  << std::flush;
+  reportRegistration(log, m_standardError, *service, service->registerService(),
+                     {"Agent registered", "Agent already registered (race?)",
+                      "Agent register failed: ", "SMAppService.agent.register() failed: "});
 }
 
 void AppDelegate::kickstartAgent() {

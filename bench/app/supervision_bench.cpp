@@ -82,8 +82,8 @@ void BM_SupervisionSteps(benchmark::State& state) {
   Scratch scratch;
   std::ostringstream standardError;
   Platform platform;
-  platform.launcherLog = std::make_unique<JournalSystemLog>("com.zev.zevd", "launcher",
-                                                            "/nonexistent/journal/socket");
+  platform.launcherLog =
+      std::make_unique<JournalSystemLog>("com.zev.zevd", "launcher", "/nonexistent/journal/socket");
   platform.serviceManager = std::make_unique<LinuxServiceManager>(
       scratch.bundle, scratch.bundle / "Contents/Linux/ZEVLauncher", scratch.root / "config");
   platform.bundleInfo = std::make_unique<LinuxBundleInfo>(

@@ -20,8 +20,7 @@ Platform makePlatform() {
   const std::filesystem::path bundle = bundleInfo->bundlePath();
 
   Platform platform;
-  platform.launcherLog =
-      makeSystemLog(std::string(logSubsystem), std::string(launcherLogCategory));
+  platform.launcherLog = makeSystemLog(std::string(logSubsystem), std::string(launcherLogCategory));
   platform.statusItemLog =
       makeSystemLog(std::string(logSubsystem), std::string(statusItemLogCategory));
   platform.serviceManager =

@@ -32,11 +32,20 @@ std::string escapeDesktopString(std::string_view text) {
   std::string out;
   for (const char c : text) {
     switch (c) {
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\t': out += "\\t"; break;
-      case '\r': out += "\\r"; break;
-      default: out += c;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
@@ -146,8 +155,7 @@ class SystemdUserService : public AppService {
       return makeError(domain, ENOENT, "no unit file at " + m_unitFile.string());
     }
     if (unitFileState() == "enabled") {
-      return makeError(domain, ServiceError::alreadyRegistered,
-                       m_unitName + " is already enabled");
+      return makeError(domain, ServiceError::alreadyRegistered, m_unitName + " is already enabled");
     }
     if (auto error = systemctl({"link", m_unitFile.string()})) return error;
     return systemctl({"enable", m_unitName});
@@ -185,8 +193,7 @@ class SystemdUserService : public AppService {
       const CapturedRun run = runCapturingOutput(systemctlPath(), arguments, m_timeout);
       if (run.exitStatus == 0) return std::nullopt;
       const std::string output = oneLine(run.output);
-      const int code =
-          mentionsAlready(output) ? ServiceError::alreadyRegistered : run.exitStatus;
+      const int code = mentionsAlready(output) ? ServiceError::alreadyRegistered : run.exitStatus;
       return makeError(domain, code,
                        commandLine + " exited " + std::to_string(run.exitStatus) +
                            (output.empty() ? "" : ": " + output));
@@ -207,8 +214,12 @@ std::string autostartEntry(const std::filesystem::path& executable) {
          "Type=Application\n"
          "Name=ZEV Launcher\n"
          "Comment=Keeps the zevd camera recorder running and shows its health\n"
-         "Exec=" + execArgument(executable.string()) + "\n"
-         "TryExec=" + escapeDesktopString(executable.string()) + "\n"
+         "Exec=" +
+         execArgument(executable.string()) +
+         "\n"
+         "TryExec=" +
+         escapeDesktopString(executable.string()) +
+         "\n"
          "Terminal=false\n"
          "X-GNOME-Autostart-enabled=true\n";
 }

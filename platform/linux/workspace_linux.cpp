@@ -27,7 +27,8 @@ void LinuxWorkspace::revealFile(const std::filesystem::path& file) {
     return;
   }
   QDBusMessage showItems = QDBusMessage::createMethodCall(
-      QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+      QStringLiteral("org.freedesktop.FileManager1"),
+      QStringLiteral("/org/freedesktop/FileManager1"),
       QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
   showItems << QStringList{fileUrl.toString(QUrl::FullyEncoded)} << QString();
   // The watcher deletes itself; the callback captures copies only, so it is

@@ -16,13 +16,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 using testing::error;
 using testing::FakePlatform;
 using testing::info;
+using ::testing::IsEmpty;
 using testing::LogEntry;
 using testing::serviceError;
+using ::testing::StartsWith;
 
 class AppDelegateTest : public ::testing::Test {
  protected:
@@ -89,7 +89,8 @@ TEST_F(AppDelegateTest, RegisterLoginItemLogsEachOutcome) {
   const Case cases[] = {
       {std::nullopt, info("LoginItem registered (status=enabled)"), ""},
       {serviceError(12, "already there"), info("LoginItem already registered"), ""},
-      {serviceError(5, "cannot write entry"), error("LoginItem register failed: cannot write entry"),
+      {serviceError(5, "cannot write entry"),
+       error("LoginItem register failed: cannot write entry"),
        "ZEV launcher: SMAppService.mainApp.register() failed: "
        "Error Domain=Fake Code=5 \"cannot write entry\"\n"},
   };
@@ -199,12 +200,12 @@ TEST_F(AppDelegateTest, LaunchSequenceRunsEveryStepInOrderWhenAllFail) {
   EXPECT_EQ(log[3], error("Agent register failed: no user manager"));
   EXPECT_EQ(log[4].level, LogEntry::Level::error);
   EXPECT_THAT(log[4].message, StartsWith("kickstart spawn failed: "));
-  EXPECT_EQ(standardError.str(),
-            "ZEV launcher: missing daemon at " + daemonPath().string() + "\n"
-            "ZEV launcher: SMAppService.mainApp.register() failed: "
-            "Error Domain=Fake Code=5 \"no autostart directory\"\n"
-            "ZEV launcher: SMAppService.agent.register() failed: "
-            "Error Domain=Fake Code=1 \"no user manager\"\n");
+  EXPECT_EQ(standardError.str(), "ZEV launcher: missing daemon at " + daemonPath().string() +
+                                     "\n"
+                                     "ZEV launcher: SMAppService.mainApp.register() failed: "
+                                     "Error Domain=Fake Code=5 \"no autostart directory\"\n"
+                                     "ZEV launcher: SMAppService.agent.register() failed: "
+                                     "Error Domain=Fake Code=1 \"no user manager\"\n");
 
   EXPECT_EQ(fakes.statusItemsMade, 1);
   EXPECT_NE(delegate->statusController(), nullptr);

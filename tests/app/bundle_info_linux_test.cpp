@@ -53,8 +53,12 @@ TEST_F(InfoPlist, KeepsStringValues_AndMarksOtherTypesAsNotAString) {
 )");
   ASSERT_TRUE(info);
   const InfoDictionary expected = {
-      {"Nested", std::nullopt}, {"List", std::nullopt}, {"Count", std::nullopt},
-      {"Flag", std::nullopt},   {"Empty", ""},          {"ZEVReliabilityDirectory", "~/a & b/<rel>"},
+      {"Nested", std::nullopt},
+      {"List", std::nullopt},
+      {"Count", std::nullopt},
+      {"Flag", std::nullopt},
+      {"Empty", ""},
+      {"ZEVReliabilityDirectory", "~/a & b/<rel>"},
   };
   EXPECT_EQ(*info, expected);
 }

@@ -54,12 +54,11 @@ TEST(Launcher, RegistersAndRestartsTheDaemonFromItsBundle_ThenKeepsRunning) {
     return !calls.empty() && calls.back() == "--user restart com.zev.zevd.service";
   };
   ASSERT_TRUE(QTest::qWaitFor(restarted, 60000)) << launcher.readAll().toStdString();
-  EXPECT_THAT(systemctl.calls(),
-              ElementsAre("--user disable com.zev.zevd.service",
-                          "--user is-enabled com.zev.zevd.service", "--user link " + unit.string(),
-                          "--user enable com.zev.zevd.service",
-                          "--user is-enabled com.zev.zevd.service",
-                          "--user restart com.zev.zevd.service"));
+  EXPECT_THAT(
+      systemctl.calls(),
+      ElementsAre("--user disable com.zev.zevd.service", "--user is-enabled com.zev.zevd.service",
+                  "--user link " + unit.string(), "--user enable com.zev.zevd.service",
+                  "--user is-enabled com.zev.zevd.service", "--user restart com.zev.zevd.service"));
 
   std::ifstream entry(fs::path(home.path().toStdString()) /
                       ".config/autostart/com.zev.launcher.desktop");

@@ -50,7 +50,8 @@ TEST(RunCapturingOutput, ReturnsStatusAndMergedOutput_EmptyWhenNotUtf8) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.script);
-    const CapturedRun run = runCapturingOutput("/bin/sh", {"-c", c.script}, std::chrono::seconds(20));
+    const CapturedRun run =
+        runCapturingOutput("/bin/sh", {"-c", c.script}, std::chrono::seconds(20));
     EXPECT_EQ(run.exitStatus, c.status);
     EXPECT_EQ(run.output, c.output);
   }

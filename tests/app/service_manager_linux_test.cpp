@@ -47,20 +47,25 @@ TEST_F(LinuxServiceManagerTest, LoginItemIsTheAutostartEntry) {
   auto service = manager().mainAppService();
   EXPECT_EQ(service->statusDescription(), "notRegistered");
   ASSERT_EQ(service->registerService(), std::nullopt);
-  EXPECT_EQ(entryText(), "[Desktop Entry]\n"
-                         "Type=Application\n"
-                         "Name=ZEV Launcher\n"
-                         "Comment=Keeps the zevd camera recorder running and shows its health\n"
-                         "Exec=\"" + executable.string() + "\"\n"
-                         "TryExec=" + executable.string() + "\n"
-                         "Terminal=false\n"
-                         "X-GNOME-Autostart-enabled=true\n");
+  EXPECT_EQ(entryText(),
+            "[Desktop Entry]\n"
+            "Type=Application\n"
+            "Name=ZEV Launcher\n"
+            "Comment=Keeps the zevd camera recorder running and shows its health\n"
+            "Exec=\"" +
+                executable.string() +
+                "\"\n"
+                "TryExec=" +
+                executable.string() +
+                "\n"
+                "Terminal=false\n"
+                "X-GNOME-Autostart-enabled=true\n");
   EXPECT_EQ(service->statusDescription(), "enabled");
   EXPECT_EQ(service->registerService().value().code, ServiceError::alreadyRegistered);
 
   // An entry left by a bundle elsewhere is replaced, not "already registered".
-  const auto moved = LinuxServiceManager(bundle, "/elsewhere/ZEVLauncher", root / "config")
-                         .mainAppService();
+  const auto moved =
+      LinuxServiceManager(bundle, "/elsewhere/ZEVLauncher", root / "config").mainAppService();
   EXPECT_EQ(moved->statusDescription(), "enabled (entry differs)");
   EXPECT_EQ(moved->registerService(), std::nullopt);
   EXPECT_THAT(entryText(), HasSubstr("Exec=\"/elsewhere/ZEVLauncher\"\n"));
@@ -78,7 +83,8 @@ TEST(AutostartEntry, QuotesTheExecutableSoNoCharacterIsReadAsSyntax) {
   const Case cases[] = {
       {"/home/u/My Apps/ZEV", R"(Exec="/home/u/My Apps/ZEV")", "TryExec=/home/u/My Apps/ZEV"},
       {"/x/100%/ZEV", R"(Exec="/x/100%%/ZEV")", "TryExec=/x/100%/ZEV"},
-      {R"(/x/$HOME/"q"/`id`)", R"(Exec="/x/\\$HOME/\\"q\\"/\\`id\\`")", R"(TryExec=/x/$HOME/"q"/`id`)"},
+      {R"(/x/$HOME/"q"/`id`)", R"(Exec="/x/\\$HOME/\\"q\\"/\\`id\\`")",
+       R"(TryExec=/x/$HOME/"q"/`id`)"},
       {R"(/x/a\b)", R"(Exec="/x/a\\\\b")", R"(TryExec=/x/a\\b)"},
   };
   for (const Case& c : cases) {
@@ -128,8 +134,9 @@ TEST_F(LinuxServiceManagerTest, AgentRegisterFailureSaysWhichCommandFailedAndWhy
   systemctl.answer("link", 1, "Failed to connect to bus: No medium found\n");
   const auto error = manager().agentService("com.zev.zevd.plist")->registerService();
   ASSERT_TRUE(error);
-  EXPECT_EQ(error->localizedDescription, "systemctl --user link " + unitFile.string() +
-                                             " exited 1: Failed to connect to bus: No medium found");
+  EXPECT_EQ(error->localizedDescription,
+            "systemctl --user link " + unitFile.string() +
+                " exited 1: Failed to connect to bus: No medium found");
   EXPECT_EQ(error->fullDescription,
             "Error Domain=systemd Code=1 \"" + error->localizedDescription + "\"");
 }
@@ -144,9 +151,8 @@ TEST_F(LinuxServiceManagerTest, AgentRegisterFailsWithoutSystemctl_OrWhenItHangs
   }
   testing::FakeSystemctl systemctl;
   systemctl.delay("link", 30);
-  const auto error = manager(std::chrono::milliseconds(300))
-                         .agentService("com.zev.zevd.plist")
-                         ->registerService();
+  const auto error =
+      manager(std::chrono::milliseconds(300)).agentService("com.zev.zevd.plist")->registerService();
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code, serviceCommandFailed);
   EXPECT_THAT(error->localizedDescription, HasSubstr("did not exit within 300 ms"));

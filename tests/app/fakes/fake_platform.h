@@ -20,9 +20,9 @@
 #include <string>
 #include <vector>
 
-#include "app/ports/platform.h"
 #include "app/fakes/fake_service_manager.h"
 #include "app/fakes/fake_system_log.h"
+#include "app/ports/platform.h"
 
 namespace zev::testing {
 

@@ -33,7 +33,9 @@ class FakeSystemctl {
     std::filesystem::create_directories(m_bin);
     const std::filesystem::path script = m_bin / "systemctl";
     std::ofstream(script) << "#!/bin/sh\n"
-                             "dir='" << m_dir.path().toStdString() << "'\n"
+                             "dir='"
+                          << m_dir.path().toStdString()
+                          << "'\n"
                              "echo \"$*\" >> \"$dir/calls\"\n"
                              "sub=\"$2\"\n"
                              "[ -f \"$dir/$sub.sleep\" ] && sleep \"$(cat \"$dir/$sub.sleep\")\"\n"
@@ -42,7 +44,8 @@ class FakeSystemctl {
                              "exit 0\n";
     ::chmod(script.c_str(), 0755);
     const char* path = std::getenv("PATH");
-    m_path = std::make_unique<ScopedEnv>("PATH", m_bin.string() + ":" + (path ? path : "/usr/bin:/bin"));
+    m_path =
+        std::make_unique<ScopedEnv>("PATH", m_bin.string() + ":" + (path ? path : "/usr/bin:/bin"));
   }
 
   // `subcommand` prints `output` and exits with `exitStatus`.
