@@ -220,7 +220,15 @@ PopoverView::PopoverView(const HealthState& state, PopoverActions actions, QWidg
   m_layout->setSizeConstraint(QLayout::SetFixedSize);
   m_layout->addWidget(buildActions());
   rebuild();
-  connect(&m_state, &HealthState::changed, this, &PopoverView::rebuild);
+  // A closed popover is rebuilt when it next opens, not after every poll: the
+  // launcher spends most of its life with the popover closed.
+  connect(&m_state, &HealthState::changed, this, [this] {
+    if (isVisible()) {
+      rebuild();
+    } else {
+      m_stale = true;
+    }
+  });
 }
 
 PopoverView::~PopoverView() = default;
@@ -234,6 +242,7 @@ QString PopoverView::revealLogsTitle() {
 }
 
 void PopoverView::rebuild() {
+  m_stale = false;
   // Everything but the action row is rebuilt: the content is a pure function
   // of the state, and rebuilding keeps it that way.
   auto* content = new QWidget(this);
@@ -467,6 +476,7 @@ QWidget* PopoverView::buildActions() {
 
 void PopoverView::showAnchored(std::optional<QRect> anchor) {
   m_anchor = anchor;
+  if (m_stale) rebuild();
   adjustSize();
   place();
   show();

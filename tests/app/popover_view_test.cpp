@@ -53,6 +53,9 @@ class PopoverViewTest : public ::testing::Test {
     if (!QApplication::instance()) new QApplication(qtArgc, qtArgv);
   }
 
+  // Open, as the user sees it: a closed popover catches up only when it opens.
+  void SetUp() override { view.showAnchored(std::nullopt); }
+
   void show(std::optional<HealthSummary> summary) {
     const HealthStatus status = classifyHealth(summary);
     state.update(std::move(summary), status, std::chrono::system_clock::now());
@@ -111,6 +114,18 @@ TEST_F(PopoverViewTest, HealthyShowsHeaderFiguresAndCamerasInOrder) {
   EXPECT_FALSE(view.findChild<QWidget*>("degraded"));
   EXPECT_FALSE(view.findChild<QLabel*>("linkLabel"));
   EXPECT_FALSE(view.findChild<QLabel*>("unreachableText"));
+}
+
+TEST_F(PopoverViewTest, ChangesWhileClosedShowOnOpening) {
+  show(healthy());
+  view.close();
+  show(std::nullopt);
+  HealthSummary degraded = healthy();
+  degraded.cameras.resize(2);
+  show(degraded);
+  view.showAnchored(QRect(600, 0, 24, 24));
+  EXPECT_EQ(text("headerTitle"), "2/2 cameras live");
+  EXPECT_EQ(cameraRows().size(), 2u);
 }
 
 TEST_F(PopoverViewTest, FrameAgeFigureFallsBackAndDisappears) {
