@@ -3,6 +3,7 @@
 #include <QCursor>
 #include <QMessageBox>
 #include <QNetworkAccessManager>
+#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPainter>
@@ -43,6 +44,9 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
       m_statusLog(statusLog),
       m_activation(activation),
       m_clock(std::move(clock)) {
+  // The daemon listens on loopback: no application-wide proxy may ever carry
+  // the polls away from it.
+  m_session->setProxy(QNetworkProxy::NoProxy);
   m_popover = std::make_unique<PopoverView>(
       *m_state, PopoverActions{
                     closingPopoverFirst(&StatusItemActions::onOpenWebUI),
