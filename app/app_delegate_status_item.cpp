@@ -29,8 +29,8 @@ void AppDelegate::installStatusItem() {
   // No updater exists yet, so checking for updates does nothing.
   actions.onCheckUpdates = [] {};
 
-  std::unique_ptr<StatusItem> item = m_platform.makeStatusItem ? m_platform.makeStatusItem()
-                                                               : nullptr;
+  std::unique_ptr<StatusItem> item =
+      m_platform.makeStatusItem ? m_platform.makeStatusItem() : nullptr;
   auto controller = std::make_unique<StatusItemController>(
       std::move(item), m_localBase, std::move(actions), *m_platform.statusItemLog,
       m_platform.activation.get(), m_clock);

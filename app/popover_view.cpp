@@ -9,8 +9,8 @@
 #include <QIcon>
 #include <QLabel>
 #include <QMenu>
-#include <QPainter>
 #include <QPaintEvent>
+#include <QPainter>
 #include <QPainterPath>
 #include <QPushButton>
 #include <QScreen>
@@ -208,7 +208,8 @@ QFrame* makeDivider(QWidget* parent) {
 }  // namespace
 
 PopoverView::PopoverView(const HealthState& state, PopoverActions actions, QWidget* parent)
-    : QWidget(parent, Qt::Popup | Qt::FramelessWindowHint), m_state(state),
+    : QWidget(parent, Qt::Popup | Qt::FramelessWindowHint),
+      m_state(state),
       m_actions(std::move(actions)) {
   setObjectName("popover");
   setFixedWidth(kPopoverWidth);
@@ -219,7 +220,15 @@ PopoverView::PopoverView(const HealthState& state, PopoverActions actions, QWidg
   m_layout->setSizeConstraint(QLayout::SetFixedSize);
   m_layout->addWidget(buildActions());
   rebuild();
-  connect(&m_state, &HealthState::changed, this, &PopoverView::rebuild);
+  // A closed popover is rebuilt when it next opens, not after every poll: the
+  // launcher spends most of its life with the popover closed.
+  connect(&m_state, &HealthState::changed, this, [this] {
+    if (isVisible()) {
+      rebuild();
+    } else {
+      m_stale = true;
+    }
+  });
 }
 
 PopoverView::~PopoverView() = default;
@@ -233,6 +242,7 @@ QString PopoverView::revealLogsTitle() {
 }
 
 void PopoverView::rebuild() {
+  m_stale = false;
   // Everything but the action row is rebuilt: the content is a pure function
   // of the state, and rebuilding keeps it that way.
   auto* content = new QWidget(this);
@@ -275,8 +285,8 @@ QWidget* PopoverView::buildHeader() {
                                    .arg(summary->liveCameras())
                                    .arg(summary->totalCameras()),
                                title, "headerTitle", header));
-    auto* second = makeLabel("zevd " + qs(summary->version), sizedFont(font(), 11),
-                             "headerSubtitle", header);
+    auto* second =
+        makeLabel("zevd " + qs(summary->version), sizedFont(font(), 11), "headerSubtitle", header);
     setTextColor(second, secondaryTextColor(palette()));
     lines->addWidget(second);
   } else {
@@ -300,8 +310,8 @@ QWidget* PopoverView::buildSummary() {
   metrics->addWidget(makeMetric("CPU", QString::asprintf("%.0f%%", summary.cpuPercent), body));
   metrics->addWidget(
       makeMetric("RSS", QString::asprintf("%.1f GB", double(summary.rssBytes) / 1e9), body));
-  metrics->addWidget(makeMetric("Thumb drops",
-                                QString::asprintf("%.0f%%", summary.thumbDropRatio * 100), body));
+  metrics->addWidget(
+      makeMetric("Thumb drops", QString::asprintf("%.0f%%", summary.thumbDropRatio * 100), body));
   if (summary.worstFrameAgeMS) {
     metrics->addWidget(makeMetric("Worst", qs(summary.worstFrameAgeText()), body));
   } else if (summary.newestFrameAgeMS >= 0) {
@@ -312,16 +322,15 @@ QWidget* PopoverView::buildSummary() {
   column->addLayout(metrics);
 
   if (const auto& route = summary.defaultRoute) {
-    const QColor color =
-        route->isWarning() ? systemOrange() : secondaryTextColor(palette());
+    const QColor color = route->isWarning() ? systemOrange() : secondaryTextColor(palette());
     auto* link = new QHBoxLayout;
     link->setSpacing(5);
     auto* symbol = new QLabel(body);
     symbol->setObjectName("linkSymbol");
     symbol->setProperty("kind", qs(route->kind));
     symbol->setPixmap(linkSymbol(route->kind, color, devicePixelRatioF()));
-    auto* text = makeLabel("Link: " + qs(route->summaryText()), sizedFont(font(), 11),
-                           "linkLabel", body);
+    auto* text =
+        makeLabel("Link: " + qs(route->summaryText()), sizedFont(font(), 11), "linkLabel", body);
     text->setProperty("warning", route->isWarning());
     setTextColor(text, color);
     link->addWidget(symbol);
@@ -342,9 +351,9 @@ QWidget* PopoverView::buildSummary() {
     tint.setAlphaF(0.16f);
     palette.setColor(QPalette::Window, tint);
     block->setPalette(palette);
-    lines->addWidget(makeLabel(
-        QStringLiteral("Degraded: %1 issues").arg(summary.degradedIssueCount()),
-        sizedFont(font(), 11, QFont::DemiBold), "degradedTitle", block));
+    lines->addWidget(
+        makeLabel(QStringLiteral("Degraded: %1 issues").arg(summary.degradedIssueCount()),
+                  sizedFont(font(), 11, QFont::DemiBold), "degradedTitle", block));
     for (const std::string& reason : summary.visibleDegradedReasons()) {
       auto* line = makeLabel(qs(reason), sizedFont(font(), 11), "degradedReason", block);
       line->setWordWrap(true);
@@ -365,16 +374,16 @@ QWidget* PopoverView::buildSummary() {
     auto* line = new QHBoxLayout(row);
     line->setContentsMargins(0, 4, 0, 4);
     line->setSpacing(7);
-    line->addWidget(makeDot(camera.live ? systemGreen() : secondaryTextColor(palette()), 7,
-                            "cameraDot", row));
+    line->addWidget(
+        makeDot(camera.live ? systemGreen() : secondaryTextColor(palette()), 7, "cameraDot", row));
     auto* name = new ElidedLabel(qs(camera.name), row);
     name->setObjectName("cameraName");
     name->setFont(nameFont);
     line->addWidget(name, 1);
     QLabel* state;
     if (camera.live) {
-      state = makeLabel(QStringLiteral("%1 ms").arg(camera.frameAgeMS), stateFont, "cameraState",
-                        row);
+      state =
+          makeLabel(QStringLiteral("%1 ms").arg(camera.frameAgeMS), stateFont, "cameraState", row);
       setTextColor(state, secondaryTextColor(palette()));
     } else {
       state = makeLabel(QStringLiteral("down"), stateFont, "cameraState", row);
@@ -400,9 +409,9 @@ QWidget* PopoverView::buildSummary() {
 }
 
 QWidget* PopoverView::buildUnreachable() {
-  auto* text = makeLabel(
-      QStringLiteral("Daemon not responding on this Mac. It may be starting or stopped."),
-      sizedFont(font(), 12), "unreachableText", this);
+  auto* text =
+      makeLabel(QStringLiteral("Daemon not responding on this Mac. It may be starting or stopped."),
+                sizedFont(font(), 12), "unreachableText", this);
   text->setWordWrap(true);
   setTextColor(text, secondaryTextColor(palette()));
   return text;
@@ -467,6 +476,7 @@ QWidget* PopoverView::buildActions() {
 
 void PopoverView::showAnchored(std::optional<QRect> anchor) {
   m_anchor = anchor;
+  if (m_stale) rebuild();
   adjustSize();
   place();
   show();

@@ -3,7 +3,8 @@
 // state of its own: every change of the observed HealthState rebuilds the
 // content from scratch.
 //
-// A frameless Qt::Popup window, so a click anywhere outside closes it. GUI
+// A frameless Qt::Popup window, so a click anywhere outside closes it. While
+// it is closed, changes only mark it stale and it is rebuilt on opening. GUI
 // thread only. Child widgets carry object names ("headerTitle", "cameraRow",
 // "linkLabel", ...) so tests and accessibility tools can find them.
 #ifndef ZEV_APP_POPOVER_VIEW_H_
@@ -74,6 +75,7 @@ class PopoverView : public QWidget {
   QVBoxLayout* m_layout = nullptr;
   QWidget* m_content = nullptr;  // everything above the divider below the actions
   std::optional<QRect> m_anchor;
+  bool m_stale = false;  // the state changed while the popover was closed
 };
 
 // Where a popover of `size` goes: centred under `anchor` when the tray gives

@@ -1,13 +1,14 @@
 #include "app/status_item_controller.h"
 
-#include <QPushButton>
 #include <QCursor>
 #include <QMessageBox>
 #include <QNetworkAccessManager>
+#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPainter>
 #include <QPointer>
+#include <QPushButton>
 #include <QTimer>
 #include <cmath>
 #include <utility>
@@ -33,8 +34,7 @@ constexpr qint64 kReopenGuardMS = 300;
 
 StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusItem, QUrl baseURL,
                                            StatusItemActions actions, SystemLog& statusLog,
-                                           AppActivation* activation, Clock clock,
-                                           QObject* parent)
+                                           AppActivation* activation, Clock clock, QObject* parent)
     : QObject(parent),
       m_statusItem(std::move(statusItem)),
       m_state(std::make_unique<HealthState>()),
@@ -44,6 +44,9 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
       m_statusLog(statusLog),
       m_activation(activation),
       m_clock(std::move(clock)) {
+  // The daemon listens on loopback: no application-wide proxy may ever carry
+  // the polls away from it.
+  m_session->setProxy(QNetworkProxy::NoProxy);
   m_popover = std::make_unique<PopoverView>(
       *m_state, PopoverActions{
                     closingPopoverFirst(&StatusItemActions::onOpenWebUI),
@@ -107,8 +110,8 @@ void StatusItemController::install() {
   });
   m_timer->start();
 
-  m_statusLog.info(("status item installed; polling " + m_baseURL.toString(QUrl::FullyEncoded))
-                       .toStdString());
+  m_statusLog.info(
+      ("status item installed; polling " + m_baseURL.toString(QUrl::FullyEncoded)).toStdString());
 }
 
 QUrl StatusItemController::healthURL() const {
@@ -124,8 +127,7 @@ void StatusItemController::poll() {
   // the manager either), no cookies, no stored credentials, no redirects.
   QNetworkRequest request(healthURL());
   request.setTransferTimeout(int(m_requestTimeout.count()));
-  request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
-                       QNetworkRequest::AlwaysNetwork);
+  request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
   request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
   request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
   request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
@@ -208,7 +210,9 @@ void StatusItemController::togglePopover() {
 void StatusItemController::confirmRestart() {
   if (m_activation) m_activation->activate();
   QPointer<StatusItemController> self(this);
-  const bool restart = m_restartPrompt ? m_restartPrompt() : runRestartAlert();
+  // A copy: the prompt may outlive this object (see below).
+  const std::function<bool()> prompt = m_restartPrompt;
+  const bool restart = prompt ? prompt() : runRestartAlert();
   // The alert runs a nested event loop; the controller may be gone after it.
   if (!self || !restart) return;
   const std::function<void()> onRestart = m_actions.onRestart;

@@ -8,8 +8,8 @@
 #include <QIcon>
 #include <QPainter>
 #include <QPixmap>
-#include <algorithm>
 #include <QSystemTrayIcon>
+#include <algorithm>
 
 #include "app/ports/status_item.h"
 
@@ -19,16 +19,16 @@ namespace {
 class TrayStatusItem : public StatusItem {
  public:
   TrayStatusItem() {
-    QObject::connect(&m_tray, &QSystemTrayIcon::activated, &m_tray,
-                     [this](QSystemTrayIcon::ActivationReason reason) {
-                       // No context menu exists, so a right click opens the
-                       // popover too, as users of most trays expect.
-                       if ((reason == QSystemTrayIcon::Trigger ||
-                            reason == QSystemTrayIcon::Context) &&
-                           m_onClick) {
-                         m_onClick();
-                       }
-                     });
+    QObject::connect(
+        &m_tray, &QSystemTrayIcon::activated, &m_tray,
+        [this](QSystemTrayIcon::ActivationReason reason) {
+          // No context menu exists, so a right click opens the
+          // popover too, as users of most trays expect.
+          if ((reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::Context) &&
+              m_onClick) {
+            m_onClick();
+          }
+        });
   }
 
   bool hasButton() const override { return true; }

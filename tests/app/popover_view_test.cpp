@@ -11,9 +11,9 @@
 #include <QToolButton>
 
 #include "app/health_state.h"
+#include "app/qt_printers.h"
 #include "app/status_colors.h"
 #include "core/health_status.h"
-#include "app/qt_printers.h"
 
 namespace zev {
 namespace {
@@ -52,6 +52,9 @@ class PopoverViewTest : public ::testing::Test {
   static void SetUpTestSuite() {
     if (!QApplication::instance()) new QApplication(qtArgc, qtArgv);
   }
+
+  // Open, as the user sees it: a closed popover catches up only when it opens.
+  void SetUp() override { view.showAnchored(std::nullopt); }
 
   void show(std::optional<HealthSummary> summary) {
     const HealthStatus status = classifyHealth(summary);
@@ -99,20 +102,30 @@ TEST_F(PopoverViewTest, HealthyShowsHeaderFiguresAndCamerasInOrder) {
   EXPECT_EQ(text("headerSubtitle"), "zevd 1.4.2");
   EXPECT_EQ(view.findChild<QLabel*>("headerDot")->property("status").toString(), "green");
   using Metrics = std::vector<std::pair<QString, QString>>;
-  EXPECT_EQ(metrics(), (Metrics{{"CPU", "12%"},
-                                {"RSS", "1.4 GB"},
-                                {"Thumb drops", "3%"},
-                                {"Worst", "1234 ms"}}));
-  EXPECT_EQ(cameraRows(), (Metrics{{"Front door", "120 ms"},
-                                   {"Garage", "140 ms"},
-                                   {"Garden", "95 ms"},
-                                   {"Attic", "down"}}));
-  EXPECT_EQ(view.findChildren<QLabel*>("cameraState").back()->palette().color(
-                QPalette::WindowText),
+  EXPECT_EQ(
+      metrics(),
+      (Metrics{{"CPU", "12%"}, {"RSS", "1.4 GB"}, {"Thumb drops", "3%"}, {"Worst", "1234 ms"}}));
+  EXPECT_EQ(
+      cameraRows(),
+      (Metrics{
+          {"Front door", "120 ms"}, {"Garage", "140 ms"}, {"Garden", "95 ms"}, {"Attic", "down"}}));
+  EXPECT_EQ(view.findChildren<QLabel*>("cameraState").back()->palette().color(QPalette::WindowText),
             systemRed());
   EXPECT_FALSE(view.findChild<QWidget*>("degraded"));
   EXPECT_FALSE(view.findChild<QLabel*>("linkLabel"));
   EXPECT_FALSE(view.findChild<QLabel*>("unreachableText"));
+}
+
+TEST_F(PopoverViewTest, ChangesWhileClosedShowOnOpening) {
+  show(healthy());
+  view.close();
+  show(std::nullopt);
+  HealthSummary degraded = healthy();
+  degraded.cameras.resize(2);
+  show(degraded);
+  view.showAnchored(QRect(600, 0, 24, 24));
+  EXPECT_EQ(text("headerTitle"), "2/2 cameras live");
+  EXPECT_EQ(cameraRows().size(), 2u);
 }
 
 TEST_F(PopoverViewTest, FrameAgeFigureFallsBackAndDisappears) {
@@ -193,8 +206,8 @@ TEST_F(PopoverViewTest, LinkLineFollowsTheRoute) {
   };
   const Case cases[] = {
       {"no route", std::nullopt, "", false},
-      {"wifi", HealthDefaultRoute{"wlan0", "wifi", 866, "802.11ac"},
-       "Link: wlan0 wifi 866 Mb/s", true},
+      {"wifi", HealthDefaultRoute{"wlan0", "wifi", 866, "802.11ac"}, "Link: wlan0 wifi 866 Mb/s",
+       true},
       {"gigabit ethernet", HealthDefaultRoute{"eth0", "ethernet", 1000, "1000baseT"},
        "Link: eth0 ethernet 1000 Mb/s", false},
       {"slow ethernet", HealthDefaultRoute{"eth0", "ethernet", 100, "100baseTX"},

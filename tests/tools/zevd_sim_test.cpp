@@ -311,6 +311,8 @@ TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {
   std::ofstream(invalid) << R"({"ok": tru)";
   const auto array = home.path() / "array.json";
   std::ofstream(array) << "[1, 2]";
+  const auto deep = home.path() / "deep.json";
+  std::ofstream(deep) << "{\"a\": " << std::string(100, '[') << std::string(100, ']') << "}";
   struct Case {
     std::vector<std::string> args;
     int code;
@@ -330,6 +332,7 @@ TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {
       {{"--scenario-file", home.path().string()}, 66, "scenario file"},
       {{"--scenario-file", invalid.string()}, 66, "not valid JSON"},
       {{"--scenario-file", array.string()}, 66, "not a JSON object"},
+      {{"--scenario-file", deep.string()}, 66, "nested deeper than 64 levels"},
       {{"--generate-log", (home.path() / "no" / "such" / "dir.log").string()}, 1,
        "cannot write the log"},
   };

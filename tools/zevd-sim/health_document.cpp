@@ -63,7 +63,12 @@ double wave(int64_t nowMS, double periodMS, double phase) {
   return std::sin(2 * std::numbers::pi * static_cast<double>(nowMS % 86400000) / periodMS + phase);
 }
 
-double rounded(double value, double step) { return std::round(value / step) * step; }
+// Rounds to `decimals` places; dividing last keeps the result the double
+// nearest the decimal, so the JSON reads 10.2 rather than 10.200000000000001.
+double rounded(double value, int decimals) {
+  const double scale = std::pow(10.0, decimals);
+  return std::round(value * scale) / scale;
+}
 
 // Milliseconds since 1970 of the newest segment boundary at or before `atMS`.
 int64_t segmentBoundary(int64_t atMS, int64_t phaseMS) {
@@ -166,9 +171,9 @@ Json documentFor(Scenario scenario, const DaemonBuild& build, int64_t startMS, i
   // with nothing configured there is no frame at all.
   doc["newest_frame_age_ms"] = totals.newestLive.value_or(totals.newestAny.value_or(-1));
   if (totals.worst) doc["worst_frame_age_ms"] = *totals.worst;
-  doc["cpu_percent"] = rounded(std::max(cpu, 0.1), 0.1);
+  doc["cpu_percent"] = rounded(std::max(cpu, 0.1), 1);
   doc["rss_bytes"] = rss / 4096 * 4096;
-  doc["thumb_drop_ratio"] = rounded(thumbDrops, 0.001);
+  doc["thumb_drop_ratio"] = rounded(thumbDrops, 3);
   doc["cameras"] = std::move(cameras);
   doc["build"] = Json{{"version", build.version},
                       {"revision", build.revision},
@@ -263,15 +268,32 @@ HealthAnswer healthAnswer(const SimState& state, int64_t startMS, int64_t nowMS)
   return answer;
 }
 
+nlohmann::ordered_json parseScenario(std::string_view text) {
+  // Bounded nesting keeps every later walk of the document (merging,
+  // dumping, the page) far from the end of the stack.
+  const Json::parser_callback_t depthLimit = [](int depth, Json::parse_event_t, Json&) {
+    if (depth > kMaxScenarioNesting) {
+      throw std::runtime_error("nested deeper than " + std::to_string(kMaxScenarioNesting) +
+                               " levels");
+    }
+    return true;
+  };
+  Json patch = Json::parse(text, depthLimit, /*allow_exceptions=*/false);
+  if (patch.is_discarded()) throw std::runtime_error("not valid JSON");
+  if (!patch.is_object()) throw std::runtime_error("not a JSON object");
+  return patch;
+}
+
 nlohmann::ordered_json readScenarioFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw std::runtime_error(path + ": " + std::strerror(errno));
   const std::string text(std::istreambuf_iterator<char>(in), {});
   if (in.bad()) throw std::runtime_error(path + ": read error");
-  Json patch = Json::parse(text, nullptr, /*allow_exceptions=*/false);
-  if (patch.is_discarded()) throw std::runtime_error(path + ": not valid JSON");
-  if (!patch.is_object()) throw std::runtime_error(path + ": not a JSON object");
-  return patch;
+  try {
+    return parseScenario(text);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path + ": " + error.what());
+  }
 }
 
 }  // namespace zev::sim

@@ -59,8 +59,12 @@ struct HealthAnswer {
 
 HealthAnswer healthAnswer(const SimState& state, int64_t startMS, int64_t nowMS);
 
-// Reads a scenario file: one JSON object, merged over the healthy document.
-// Throws std::runtime_error saying what is wrong with it.
+// A scenario file's text: one JSON object, merged over the healthy document,
+// nested at most kMaxScenarioNesting deep. Throws std::runtime_error saying
+// what is wrong with it.
+inline constexpr int kMaxScenarioNesting = 64;
+nlohmann::ordered_json parseScenario(std::string_view text);
+// Reads and parses a scenario file; the message names the path.
 nlohmann::ordered_json readScenarioFile(const std::string& path);
 
 }  // namespace zev::sim

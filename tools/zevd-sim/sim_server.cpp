@@ -348,10 +348,10 @@ void SimServer::writeLogs() {
   const auto daemonPeriod = period(m_options.logRate);
   const auto errorPeriod = period(m_options.errRate);
   auto nextDaemon = steady_clock::now();
-  auto nextError = steady_clock::now() + (errorPeriod == steady_clock::duration::max()
-                                              ? hours(24 * 365)
-                                              : errorPeriod);
+  // Both logs get a line at once, so even a short run leaves both files.
+  auto nextError = steady_clock::now();
   if (daemonPeriod == steady_clock::duration::max()) nextDaemon += hours(24 * 365);
+  if (errorPeriod == steady_clock::duration::max()) nextError += hours(24 * 365);
 
   bool reported = false;
 
@@ -380,7 +380,8 @@ void SimServer::writeLogs() {
     lock.unlock();
 
     std::string daemonText, errorText;
-    daemonText.swap(pending);
+    if (m_options.logRate > 0) daemonText.swap(pending);
+    pending.clear();
     const auto now = steady_clock::now();
     for (int i = 0; nextDaemon <= now && i < 100000; ++i, nextDaemon += daemonPeriod) {
       daemonText += generator.daemonLine(stamp).text + "\n";

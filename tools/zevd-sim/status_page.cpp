@@ -38,6 +38,15 @@ std::string ageText(const Json& object, std::string_view key) {
   return std::to_string(ms / 1000) + " s";
 }
 
+// A number field scaled and printed with `format` ("%.1f MiB"), or a dash.
+std::string scaled(const Json& object, std::string_view key, double scale, const char* format) {
+  const auto it = object.is_object() ? object.find(key) : object.end();
+  if (it == object.end() || !it->is_number()) return std::string(kDash);
+  char text[64];
+  std::snprintf(text, sizeof text, format, it->get<double>() * scale);
+  return text;
+}
+
 std::string answerText(Scenario scenario) {
   switch (scenario) {
     case Scenario::http503:
@@ -113,9 +122,11 @@ std::string renderStatusPage(const Json& document, Scenario scenario, bool custo
        << field(document, "total_streams") << "</dd>"
        << "<dt>Newest frame</dt><dd>" << ageText(document, "newest_frame_age_ms") << "</dd>"
        << "<dt>Worst frame</dt><dd>" << ageText(document, "worst_frame_age_ms") << "</dd>"
-       << "<dt>CPU</dt><dd>" << field(document, "cpu_percent") << " %</dd>"
-       << "<dt>Memory</dt><dd>" << field(document, "rss_bytes") << " bytes</dd>"
-       << "<dt>Thumbnail drops</dt><dd>" << field(document, "thumb_drop_ratio") << "</dd>"
+       << "<dt>CPU</dt><dd>" << scaled(document, "cpu_percent", 1, "%.1f %%") << "</dd>"
+       << "<dt>Memory</dt><dd>" << scaled(document, "rss_bytes", 1.0 / (1024 * 1024), "%.0f MiB")
+       << "</dd>"
+       << "<dt>Thumbnail drops</dt><dd>" << scaled(document, "thumb_drop_ratio", 100, "%.1f %%")
+       << "</dd>"
        << "<dt>Build</dt><dd>" << field(build, "version") << " (" << field(build, "revision")
        << ")</dd>"
        << "<dt>Network</dt><dd>" << field(route, "interface") << " " << field(route, "kind")

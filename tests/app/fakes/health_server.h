@@ -15,7 +15,6 @@
 #include <string>
 #include <thread>
 
-
 namespace zev::testing {
 
 // A daemon stand-in: answers GET /api/health with whatever `respond` returns
