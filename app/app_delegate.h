@@ -28,17 +28,27 @@ class AppDelegate : public QObject {
 
  public:
   // `standardError` receives the "ZEV launcher: " lines of serious start-up
-  // failures (std::cerr in the application).
+  // failures (std::cerr in the application). Construction does no I/O and
+  // touches no port; it aborts the process if the daemon's base URL literal
+  // does not parse, which would be a programming error.
   AppDelegate(Platform platform, std::ostream& standardError, Clock clock = systemClock(),
               QObject* parent = nullptr);
   ~AppDelegate() override;
 
-  // The launch sequence, in order; always runs to the end.
+  // The launch sequence: verifyDaemonPresent, registerLoginItem,
+  // registerAgent, kickstartAgent, installStatusItem. Always runs to the end;
+  // a step that throws is logged and the next one runs.
   void applicationDidFinishLaunching();
 
-  // Daemon supervision.
+  // Daemon supervision. Each logs its outcome to the launcher log; a missing
+  // daemon and failed registrations also write one "ZEV launcher: " line to
+  // `standardError`. None reports failure to the caller.
+  // Logs whether Contents/Helpers/zevd is an executable file.
   void verifyDaemonPresent();
+  // Registers the launcher to start at login; "already registered" is normal.
   void registerLoginItem();
+  // Drops the daemon's agent registration and registers it afresh, so a
+  // changed agent definition or daemon is taken up.
   void registerAgent();
   // Restarts the daemon's agent and blocks until the command has exited.
   void kickstartAgent();
@@ -56,6 +66,9 @@ class AppDelegate : public QObject {
   void installStatusItem();
 
   const QUrl& localBase() const { return m_localBase; }
+  // For development and tests only: points the launcher at another daemon
+  // (main.cpp reads it from ZEV_DAEMON_URL). Call before the launch sequence.
+  void setLocalBaseForDevelopment(QUrl base) { m_localBase = std::move(base); }
   StatusItemController* statusController() const { return m_statusController.get(); }
   Platform& platform() { return m_platform; }
 
@@ -63,7 +76,7 @@ class AppDelegate : public QObject {
   Platform m_platform;
   std::ostream& m_standardError;
   Clock m_clock;
-  const QUrl m_localBase;
+  QUrl m_localBase;
   std::unique_ptr<StatusItemController> m_statusController;
 };
 

@@ -1,0 +1,89 @@
+// The status item's popover: the latest health at a glance (header, figures,
+// degradation reasons, cameras) and the application's actions. It keeps no
+// state of its own: every change of the observed HealthState rebuilds the
+// content from scratch.
+//
+// A frameless Qt::Popup window, so a click anywhere outside closes it. While
+// it is closed, changes only mark it stale and it is rebuilt on opening. GUI
+// thread only. Child widgets carry object names ("headerTitle", "cameraRow",
+// "linkLabel", ...) so tests and accessibility tools can find them.
+#ifndef ZEV_APP_POPOVER_VIEW_H_
+#define ZEV_APP_POPOVER_VIEW_H_
+
+#include <QPoint>
+#include <QRect>
+#include <QSize>
+#include <QWidget>
+#include <functional>
+#include <optional>
+
+class QLabel;
+class QVBoxLayout;
+
+namespace zev {
+
+class HealthState;
+
+// The popover's five actions. The status item controller wraps each so that
+// it closes the popover first; restart asks for confirmation after that.
+struct PopoverActions {
+  std::function<void()> onOpenWebUI;
+  std::function<void()> onRestart;
+  std::function<void()> onViewLogs;
+  std::function<void()> onRevealLogs;
+  std::function<void()> onCheckUpdates;
+};
+
+class PopoverView : public QWidget {
+  Q_OBJECT
+
+ public:
+  // `state` must outlive the view.
+  PopoverView(const HealthState& state, PopoverActions actions, QWidget* parent = nullptr);
+  ~PopoverView() override;
+
+  // The item's rectangle it was last shown under, if the tray told.
+  std::optional<QRect> anchor() const { return m_anchor; }
+
+  // Shows the popover under `anchor` (the item's rectangle in global
+  // coordinates), or at the cursor when the tray does not say where the item
+  // is; kept inside the screen either way. Takes keyboard focus.
+  void showAnchored(std::optional<QRect> anchor);
+
+  // The label of the Logs menu's second item: the platform's file browser.
+  static QString revealLogsTitle();
+
+ signals:
+  // Emitted whenever the popover is hidden, by the user clicking outside or
+  // by close().
+  void closed();
+
+ protected:
+  void hideEvent(QHideEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+
+ private:
+  void rebuild();
+  void place();
+  QWidget* buildHeader();
+  QWidget* buildSummary();
+  QWidget* buildUnreachable();
+  QWidget* buildActions();
+
+  const HealthState& m_state;
+  PopoverActions m_actions;
+  QVBoxLayout* m_layout = nullptr;
+  QWidget* m_content = nullptr;  // everything above the divider below the actions
+  std::optional<QRect> m_anchor;
+  bool m_stale = false;  // the state changed while the popover was closed
+};
+
+// Where a popover of `size` goes: centred under `anchor` when the tray gives
+// the item's rectangle, else under `cursor`; flipped above when there is no
+// room below (a panel at the bottom of the screen), and kept inside `screen`
+// (the available geometry) with a small margin at the sides.
+QPoint popoverPosition(QSize size, std::optional<QRect> anchor, QPoint cursor, QRect screen);
+
+}  // namespace zev
+
+#endif  // ZEV_APP_POPOVER_VIEW_H_

@@ -1,0 +1,35 @@
+// The real Linux adapters, wired for the running application. Needs the
+// QApplication to exist (it asks it where the executable is).
+#include <QCoreApplication>
+#include <QDir>
+#include <string>
+
+#include "app/constants.h"
+#include "app/ports/platform.h"
+#include "platform/linux/app_activation_linux.h"
+#include "platform/linux/bundle_info_linux.h"
+#include "platform/linux/service_manager_linux.h"
+#include "platform/linux/workspace_linux.h"
+
+namespace zev {
+
+Platform makePlatform() {
+  const std::filesystem::path executable = QCoreApplication::applicationFilePath().toStdString();
+  const std::filesystem::path home = QDir::homePath().toStdString();
+  auto bundleInfo = std::make_unique<LinuxBundleInfo>(executable, home);
+  const std::filesystem::path bundle = bundleInfo->bundlePath();
+
+  Platform platform;
+  platform.launcherLog = makeSystemLog(std::string(logSubsystem), std::string(launcherLogCategory));
+  platform.statusItemLog =
+      makeSystemLog(std::string(logSubsystem), std::string(statusItemLogCategory));
+  platform.serviceManager =
+      std::make_unique<LinuxServiceManager>(bundle, executable, xdgConfigHome(home));
+  platform.bundleInfo = std::move(bundleInfo);
+  platform.workspace = std::make_unique<LinuxWorkspace>();
+  platform.activation = std::make_unique<LinuxAppActivation>();
+  platform.makeStatusItem = [] { return makePlatformStatusItem(); };
+  return platform;
+}
+
+}  // namespace zev

@@ -1,0 +1,81 @@
+#include "platform/linux/bundle_info_linux.h"
+
+#include <gtest/gtest.h>
+
+#include <QTemporaryDir>
+#include <filesystem>
+#include <fstream>
+
+namespace zev {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(BundlePathForExecutable, IsTwoLevelsUp_OnlyInsideAnAppBundle) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"/opt/ZEV.app/Contents/Linux/ZEVLauncher", "/opt/ZEV.app"},
+      {"/home/u/My Apps/ZEV.app/Contents/MacOS/ZEVLauncher", "/home/u/My Apps/ZEV.app"},
+      {"/build/app/ZEVLauncher", "/build/app"},
+      {"/opt/ZEV/Contents/Linux/ZEVLauncher", "/opt/ZEV/Contents/Linux"},
+  };
+  for (const auto& [executable, bundle] : cases) {
+    SCOPED_TRACE(executable);
+    EXPECT_EQ(bundlePathForExecutable(executable), fs::path(bundle));
+  }
+}
+
+class InfoPlist : public ::testing::Test {
+ protected:
+  std::optional<InfoDictionary> read(const std::string& body) {
+    const fs::path file = fs::path(m_dir.path().toStdString()) / "Info.plist";
+    std::ofstream(file) << body;
+    return readInfoPlist(file);
+  }
+
+ private:
+  QTemporaryDir m_dir;
+};
+
+TEST_F(InfoPlist, KeepsStringValues_AndMarksOtherTypesAsNotAString) {
+  const auto info = read(R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0">
+<dict>
+  <key>Nested</key>
+  <dict><key>ZEVReliabilityDirectory</key><string>/inner/must/not/leak</string></dict>
+  <key>List</key><array><string>a</string><integer>1</integer></array>
+  <key>Count</key><integer>7</integer>
+  <key>Flag</key><true/>
+  <key>Empty</key><string/>
+  <key>ZEVReliabilityDirectory</key><string>~/a &amp; b/&lt;rel&gt;</string>
+</dict>
+</plist>
+)");
+  ASSERT_TRUE(info);
+  const InfoDictionary expected = {
+      {"Nested", std::nullopt},
+      {"List", std::nullopt},
+      {"Count", std::nullopt},
+      {"Flag", std::nullopt},
+      {"Empty", ""},
+      {"ZEVReliabilityDirectory", "~/a & b/<rel>"},
+  };
+  EXPECT_EQ(*info, expected);
+}
+
+TEST_F(InfoPlist, ReadsAsNothingWhenMalformed) {
+  const char* cases[] = {
+      "",
+      "ZEVReliabilityDirectory = /x",
+      "<plist><dict><key>A</key><string>x</string>",  // cut short
+      "<plist><array><string>x</string></array></plist>",
+      "<plist><dict><key>A</key></dict></plist>",
+  };
+  for (const char* body : cases) {
+    SCOPED_TRACE(body);
+    EXPECT_EQ(read(body), std::nullopt);
+  }
+}
+
+}  // namespace
+}  // namespace zev

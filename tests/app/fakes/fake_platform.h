@@ -1,0 +1,109 @@
+// Fakes for the remaining ports, and FakePlatform, which builds a Platform of
+// fakes and keeps pointers to them for the test to set up and inspect:
+//
+//   FakePlatform fakes;
+//   fakes.bundleInfo->values["ZEVReliabilityDirectory"] = "~/rel";
+//   AppDelegate delegate(fakes.take(), standardError);
+//   EXPECT_THAT(fakes.launcherLog->messages(), …);
+//
+// The pointers stay valid while whoever took the Platform keeps it. The
+// status item factory returns no item unless the test sets makeStatusItem
+// (or statusItemFactory) itself; statusItemsMade counts the calls.
+#ifndef ZEV_TESTS_APP_FAKES_FAKE_PLATFORM_H_
+#define ZEV_TESTS_APP_FAKES_FAKE_PLATFORM_H_
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/fakes/fake_service_manager.h"
+#include "app/fakes/fake_system_log.h"
+#include "app/ports/platform.h"
+
+namespace zev::testing {
+
+class FakeBundleInfo : public BundleInfo {
+ public:
+  std::filesystem::path bundle = "/Applications/ZEV.app";
+  std::filesystem::path home = "/home/tester";
+  // nullopt stands for a value of another type (a number, a boolean, …).
+  std::map<std::string, std::optional<std::string>> values;
+
+  std::filesystem::path bundlePath() override { return bundle; }
+  std::optional<std::string> stringValue(const std::string& key) override {
+    const auto found = values.find(key);
+    return found == values.end() ? std::nullopt : found->second;
+  }
+  std::filesystem::path homeDirectory() override { return home; }
+};
+
+class FakeWorkspace : public Workspace {
+ public:
+  std::vector<std::string> openedURLs;
+  std::vector<std::filesystem::path> revealedFiles;
+
+  void openURL(const std::string& url) override { openedURLs.push_back(url); }
+  void revealFile(const std::filesystem::path& file) override { revealedFiles.push_back(file); }
+};
+
+class FakeAppActivation : public AppActivation {
+ public:
+  std::vector<std::string> calls;  // "accessory", "regular", "activate"
+
+  void becomeAccessory() override { calls.push_back("accessory"); }
+  void becomeRegular() override { calls.push_back("regular"); }
+  void activate() override { calls.push_back("activate"); }
+};
+
+struct FakePlatform {
+  FakePlatform() {
+    auto launcher = std::make_unique<FakeSystemLog>();
+    auto statusItem = std::make_unique<FakeSystemLog>();
+    auto services = std::make_unique<FakeServiceManager>();
+    auto bundle = std::make_unique<FakeBundleInfo>();
+    auto desk = std::make_unique<FakeWorkspace>();
+    auto activate = std::make_unique<FakeAppActivation>();
+    launcherLog = launcher.get();
+    statusItemLog = statusItem.get();
+    serviceManager = services.get();
+    bundleInfo = bundle.get();
+    workspace = desk.get();
+    activation = activate.get();
+    m_platform.launcherLog = std::move(launcher);
+    m_platform.statusItemLog = std::move(statusItem);
+    m_platform.serviceManager = std::move(services);
+    m_platform.bundleInfo = std::move(bundle);
+    m_platform.workspace = std::move(desk);
+    m_platform.activation = std::move(activate);
+    m_platform.makeStatusItem = [this]() -> std::unique_ptr<StatusItem> {
+      ++statusItemsMade;
+      return statusItemFactory ? statusItemFactory() : nullptr;
+    };
+  }
+
+  FakePlatform(const FakePlatform&) = delete;
+  FakePlatform& operator=(const FakePlatform&) = delete;
+
+  // Hands the Platform over (once). The fakes must outlive it.
+  Platform take() { return std::move(m_platform); }
+
+  FakeSystemLog* launcherLog;
+  FakeSystemLog* statusItemLog;
+  FakeServiceManager* serviceManager;
+  FakeBundleInfo* bundleInfo;
+  FakeWorkspace* workspace;
+  FakeAppActivation* activation;
+  int statusItemsMade = 0;
+  std::function<std::unique_ptr<StatusItem>()> statusItemFactory;
+
+ private:
+  Platform m_platform;
+};
+
+}  // namespace zev::testing
+
+#endif  // ZEV_TESTS_APP_FAKES_FAKE_PLATFORM_H_

@@ -1,0 +1,81 @@
+// A stand-in daemon for tests that need exact control over each answer (its
+// timing above all): an HTTP server on an ephemeral loopback port. Tests of
+// ordinary daemon behaviour drive zevd-sim instead.
+#ifndef ZEV_TESTS_APP_FAKES_HEALTH_SERVER_H_
+#define ZEV_TESTS_APP_FAKES_HEALTH_SERVER_H_
+
+#include <httplib.h>
+
+#include <QString>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace zev::testing {
+
+// A daemon stand-in: answers GET /api/health with whatever `respond` returns
+// for the n-th request (counting from 0). A response may ask to be held back
+// for a while, or until the server stops (a hanging daemon).
+class HealthServer {
+ public:
+  struct Response {
+    int status = 200;
+    std::string body;
+    std::chrono::milliseconds delay{0};
+    bool hang = false;
+  };
+
+  explicit HealthServer(std::function<Response(int)> respond) : m_respond(std::move(respond)) {
+    m_server.Get("/api/health", [this](const httplib::Request&, httplib::Response& res) {
+      const Response answer = m_respond(m_requests++);
+      std::unique_lock lock(m_mutex);
+      if (answer.hang) {
+        m_stopping.wait(lock, [this] { return m_stop; });
+      } else if (answer.delay.count() > 0) {
+        m_stopping.wait_for(lock, answer.delay, [this] { return m_stop; });
+      }
+      res.status = answer.status;
+      res.set_content(answer.body, "application/json");
+    });
+    m_port = m_server.bind_to_any_port("127.0.0.1");
+    m_thread = std::thread([this] { m_server.listen_after_bind(); });
+  }
+
+  ~HealthServer() {
+    {
+      std::lock_guard lock(m_mutex);
+      m_stop = true;
+    }
+    m_stopping.notify_all();
+    m_server.stop();
+    m_thread.join();
+  }
+
+  QString baseURL() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_port); }
+  int requests() const { return m_requests; }
+
+ private:
+  std::function<Response(int)> m_respond;
+  httplib::Server m_server;
+  int m_port = 0;
+  std::thread m_thread;
+  std::atomic<int> m_requests{0};
+  std::mutex m_mutex;
+  std::condition_variable m_stopping;
+  bool m_stop = false;
+};
+
+// A loopback port with nothing listening on it.
+inline int closedPort() {
+  httplib::Server probe;
+  const int port = probe.bind_to_any_port("127.0.0.1");
+  return port;  // closed again when `probe` goes
+}
+
+}  // namespace zev::testing
+
+#endif  // ZEV_TESTS_APP_FAKES_HEALTH_SERVER_H_

@@ -1,0 +1,77 @@
+// Starts the real ZEVLauncher from the assembled bundle, with a scratch home,
+// a fake systemctl and no display, and watches it supervise the daemon.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <QTest>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "app/fakes/fake_systemctl.h"
+#include "app/fakes/qt_test_main.h"
+
+namespace zev {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+#ifdef ZEV_BUNDLE
+const fs::path bundle = ZEV_BUNDLE;
+#else
+const fs::path bundle;
+#endif
+
+TEST(Launcher, RegistersAndRestartsTheDaemonFromItsBundle_ThenKeepsRunning) {
+  if (bundle.empty()) GTEST_SKIP() << "built without the bundle";
+  const fs::path executable = bundle / "Contents/Linux/ZEVLauncher";
+  const fs::path unit = bundle / "Contents/Library/systemd/user/com.zev.zevd.service";
+  ASSERT_TRUE(fs::exists(executable)) << executable;
+  ASSERT_TRUE(fs::exists(unit)) << unit;
+
+  QTemporaryDir home;
+  testing::FakeSystemctl systemctl;
+  systemctl.answer("is-enabled", 1, "disabled\n");
+  systemctl.answer("restart", 0, "restarted by the fake\n");
+
+  QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+  environment.insert(QStringLiteral("HOME"), home.path());
+  environment.remove(QStringLiteral("XDG_CONFIG_HOME"));
+  environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+  QProcess launcher;
+  launcher.setProcessEnvironment(environment);
+  launcher.setProcessChannelMode(QProcess::MergedChannels);
+  launcher.start(QString::fromStdString(executable.string()), {});
+  ASSERT_TRUE(launcher.waitForStarted());
+
+  const auto restarted = [&] {
+    const std::vector<std::string> calls = systemctl.calls();
+    return !calls.empty() && calls.back() == "--user restart com.zev.zevd.service";
+  };
+  ASSERT_TRUE(QTest::qWaitFor(restarted, 60000)) << launcher.readAll().toStdString();
+  EXPECT_THAT(
+      systemctl.calls(),
+      ElementsAre("--user disable com.zev.zevd.service", "--user is-enabled com.zev.zevd.service",
+                  "--user link " + unit.string(), "--user enable com.zev.zevd.service",
+                  "--user is-enabled com.zev.zevd.service", "--user restart com.zev.zevd.service"));
+
+  std::ifstream entry(fs::path(home.path().toStdString()) /
+                      ".config/autostart/com.zev.launcher.desktop");
+  std::stringstream content;
+  content << entry.rdbuf();
+  EXPECT_THAT(content.str(), HasSubstr("Exec=\"" + executable.string() + "\"\n"));
+
+  // Nothing ends the launcher once it is up: no window to close, no error.
+  QTest::qWait(500);
+  EXPECT_EQ(launcher.state(), QProcess::Running) << launcher.readAll().toStdString();
+  launcher.terminate();
+  launcher.waitForFinished(10000);
+}
+
+}  // namespace
+}  // namespace zev
