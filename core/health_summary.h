@@ -16,6 +16,8 @@
 
 namespace zev {
 
+struct UpdateHealth;  // core/update_health.h
+
 // One stream of a camera. JSON keys: id, enabled, live, frame_age_ms,
 // recording, last_segment_ms (optional).
 struct HealthStream {
@@ -97,6 +99,11 @@ struct HealthSummary {
 
   // "—" when the worst frame age is unknown or negative, else "1234 ms".
   std::string worstFrameAgeText() const;
+
+  // The flat per-stream view the update checks work on (core/update_health.h,
+  // which callers include). Without a build object the build is the top-level
+  // version with an empty revision.
+  UpdateHealth updateHealth() const;
 
   bool operator==(const HealthSummary&) const = default;
 };
