@@ -160,6 +160,7 @@ class ElidedLabel : public QWidget {
   ElidedLabel(QString text, QWidget* parent) : QWidget(parent), m_text(std::move(text)) {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setToolTip(m_text);
+    setAccessibleName(m_text);  // painted, so screen readers need the name
   }
   QString text() const { return m_text; }
   QSize sizeHint() const override {

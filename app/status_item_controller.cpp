@@ -76,6 +76,7 @@ StatusItemController::~StatusItemController() {
     reply->disconnect(this);
     reply->abort();
   }
+  m_popover->disconnect(this);
   m_popover.reset();
 }
 
