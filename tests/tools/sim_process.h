@@ -21,6 +21,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/scratch_directory.h"
+
 #ifndef ZEVD_SIM_PATH
 #error "ZEVD_SIM_PATH must name the zevd-sim executable"
 #endif
@@ -31,33 +33,7 @@ namespace zev::testing {
 
 using namespace std::chrono_literals;
 
-// A fresh directory under the system's temporary directory, removed with
-// everything in it at destruction.
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zevd-sim-test.XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) m_path = pattern;
-  }
-  ~TempDir() {
-    std::error_code ignored;  // best effort: a leftover temp directory is harmless
-    if (!m_path.empty()) std::filesystem::remove_all(m_path, ignored);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
-  const std::filesystem::path& path() const { return m_path; }
-
- private:
-  std::filesystem::path m_path;
-};
-
-// The exit code, or 128 plus the signal that ended the process.
-inline int exitCode(int waitStatus) {
-  if (WIFEXITED(waitStatus)) return WEXITSTATUS(waitStatus);
-  if (WIFSIGNALED(waitStatus)) return 128 + WTERMSIG(waitStatus);
-  return -1;
-}
+using TempDir = ScratchDirectory;
 
 class SimProcess {
  public:
@@ -126,7 +102,6 @@ class SimProcess {
 
   int port() const { return m_port; }
   std::string base() const { return "http://127.0.0.1:" + std::to_string(m_port); }
-  pid_t pid() const { return m_pid; }
 
   // Sends `signal` and waits up to `timeout` for the process to end. Returns
   // its exit code (see exitCode), or nothing when it is still running.
@@ -142,21 +117,20 @@ class SimProcess {
     while (!m_status) {
       int status = 0;
       if (::waitpid(m_pid, &status, WNOHANG) == m_pid) {
-        m_status = exitCode(status);
+        // The exit code, or 128 plus the signal that ended the process.
+        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         break;
       }
       if (std::chrono::steady_clock::now() >= deadline) break;
       readSome(20ms);
     }
-    while (m_status && readSome(0ms)) {
-    }
+    while (m_status && readSome(0ms)) continue;
     return m_status;
   }
 
   // Everything it has printed so far (all of it, once it has exited).
   const std::string& output() {
-    while (!m_status && readSome(0ms)) {
-    }
+    while (!m_status && readSome(0ms)) continue;
     return m_output;
   }
 
@@ -190,10 +164,8 @@ struct SimRun {
 inline SimRun runSim(const std::vector<std::string>& args, const std::filesystem::path& home,
                      std::chrono::milliseconds timeout = 20s) {
   SimProcess process(args, home, 0ms);
-  SimRun run;
-  run.code = process.waitForExit(timeout).value_or(-1);
-  run.output = process.output();
-  return run;
+  const int code = process.waitForExit(timeout).value_or(-1);
+  return {code, process.output()};
 }
 
 }  // namespace zev::testing

@@ -3,7 +3,6 @@
 // or the demo and the end-to-end tests flicker for no reason.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -71,8 +70,6 @@ TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInsta
       }
       ASSERT_EQ(summary->liveStreams, live);
       ASSERT_EQ(summary->totalStreams, total);
-      EXPECT_GT(summary->cpuPercent, 0);
-      EXPECT_GT(summary->rssBytes, 0);
       if (summary->worstFrameAgeMS) {
         EXPECT_GE(*summary->worstFrameAgeMS, summary->newestFrameAgeMS);
       }
@@ -98,17 +95,6 @@ TEST(ZevdSimDocument, RecordingAdvancesWhileLiveAndStopsWhenDown) {
       EXPECT_EQ(mainLater.frameAgeMS, main.frameAgeMS + sim::kSegmentMS);  // its last frame ages
     }
   }
-}
-
-TEST(ZevdSimDocument, AnUpdatedBuildIsReportedInBothPlaces) {
-  sim::SimState state;
-  state.build.version = "2.0.0-beta.1";
-  state.build.revision = sim::DaemonBuild::revisionFor(state.build.version);
-  const auto summary = decodeHealth(sim::healthDocument(state, kStartMS, kStartMS).dump());
-  ASSERT_TRUE(summary && summary->build);
-  EXPECT_EQ(summary->version, "2.0.0-beta.1");
-  EXPECT_EQ(summary->build->version, "2.0.0-beta.1");
-  EXPECT_NE(summary->build->revision, sim::DaemonBuild().revision);
 }
 
 }  // namespace

