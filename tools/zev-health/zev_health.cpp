@@ -38,6 +38,20 @@ struct Fetched {
   bool fromDaemon = true;
 };
 
+// httplib names its errors in one word ("Connection"); say what happened.
+std::string describe(httplib::Error error) {
+  switch (error) {
+    case httplib::Error::Connection:
+      return "could not connect (nothing listening, or refused)";
+    case httplib::Error::ConnectionTimeout:
+      return "timed out while connecting";
+    case httplib::Error::Read:
+      return "no complete answer before the time-out";
+    default:
+      return httplib::to_string(error);
+  }
+}
+
 Fetched fetch(const std::string& base, int timeoutSeconds) {
   httplib::Client client(base);
   client.set_connection_timeout(timeoutSeconds, 0);
@@ -45,7 +59,7 @@ Fetched fetch(const std::string& base, int timeoutSeconds) {
   const std::string url = base + "/api/health";
   const auto result = client.Get("/api/health");
   if (!result) {
-    return {std::nullopt, url + ": " + httplib::to_string(result.error())};
+    return {std::nullopt, url + ": " + describe(result.error())};
   }
   if (result->status != 200 || result->body.empty()) {
     return {std::nullopt, url + ": HTTP " + std::to_string(result->status) +
