@@ -1,47 +1,17 @@
 // LocalizedSearch against a plain ICU implementation of the same rule, so the
 // byte-wise shortcuts can never give a different answer. Input: needle, a NUL,
 // then the text; the first byte picks the locale.
-#include <unicode/brkiter.h>
 #include <unicode/locid.h>
-#include <unicode/normalizer2.h>
-#include <unicode/unistr.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "core/localized_search.h"
+#include "tests/support/reference_search.h"
 
-namespace {
-
-icu::UnicodeString fold(std::string_view utf8, const icu::Locale& locale, bool turkic) {
-  icu::UnicodeString s =
-      icu::UnicodeString::fromUTF8(icu::StringPiece(utf8.data(), static_cast<int32_t>(utf8.size())));
-  if (turkic) s.toLower(locale);
-  s.foldCase(turkic ? U_FOLD_CASE_EXCLUDE_SPECIAL_I : U_FOLD_CASE_DEFAULT);
-  UErrorCode status = U_ZERO_ERROR;
-  return icu::Normalizer2::getNFDInstance(status)->normalize(s, status);
-}
-
-bool referenceFind(std::string_view needle, std::string_view text, const char* localeID) {
-  const icu::Locale locale(localeID);
-  const bool turkic = std::string_view(locale.getLanguage()) == "tr";
-  const icu::UnicodeString n = fold(needle, locale, turkic);
-  const icu::UnicodeString h = fold(text, locale, turkic);
-  if (n.isEmpty()) return true;
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::BreakIterator> characters(
-      icu::BreakIterator::createCharacterInstance(locale, status));
-  characters->setText(h);
-  for (int32_t at = h.indexOf(n); at >= 0; at = h.indexOf(n, at + 1)) {
-    if (characters->isBoundary(at) && characters->isBoundary(at + n.length())) return true;
-  }
-  return false;
-}
-
-}  // namespace
+using zev::testing_support::referenceFind;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;

@@ -11,6 +11,8 @@
 #include <random>
 #include <string>
 
+#include "support/reference_search.h"
+
 namespace zev {
 namespace {
 
@@ -57,30 +59,7 @@ TEST(LocalizedSearch, FoldsCaseButKeepsDiacritics) {
   }
 }
 
-// The fold the search applies, computed with ICU alone.
-icu::UnicodeString referenceFold(const std::string& utf8, const icu::Locale& locale, bool turkic) {
-  icu::UnicodeString s = icu::UnicodeString::fromUTF8(utf8);
-  if (turkic) s.toLower(locale);
-  s.foldCase(turkic ? U_FOLD_CASE_EXCLUDE_SPECIAL_I : U_FOLD_CASE_DEFAULT);
-  UErrorCode status = U_ZERO_ERROR;
-  return icu::Normalizer2::getNFDInstance(status)->normalize(s, status);
-}
-
-bool referenceFind(const std::string& needle, const std::string& text, const char* localeID) {
-  const icu::Locale locale(localeID);
-  const bool turkic = std::string_view(locale.getLanguage()) == "tr";
-  const icu::UnicodeString n = referenceFold(needle, locale, turkic);
-  const icu::UnicodeString h = referenceFold(text, locale, turkic);
-  if (n.isEmpty()) return true;
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::BreakIterator> characters(
-      icu::BreakIterator::createCharacterInstance(locale, status));
-  characters->setText(h);
-  for (int32_t at = h.indexOf(n); at >= 0; at = h.indexOf(n, at + 1)) {
-    if (characters->isBoundary(at) && characters->isBoundary(at + n.length())) return true;
-  }
-  return false;
-}
+using testing_support::referenceFind;
 
 // The byte-wise shortcuts must give ICU's answer on text mixing ASCII with the
 // characters that make folding interesting.
