@@ -38,6 +38,7 @@ TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInsta
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(sim::scenarioName(c.scenario)));
+    EXPECT_EQ(sim::scenarioFromName(sim::scenarioName(c.scenario)), c.scenario);
     // Two minutes in odd steps, so every frame period, segment and wobble is
     // sampled at many phases; then a day later.
     std::vector<int64_t> offsets = {86400000, 86400000 + 61};
