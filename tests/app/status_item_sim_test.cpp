@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <QApplication>
 #include <QSignalSpy>
 #include <QTest>
 
 #include "app/fakes/fake_status_item.h"
 #include "app/fakes/fake_system_log.h"
 #include "app/fakes/manual_clock.h"
+#include "app/fakes/qt_test_main.h"
 #include "app/qt_printers.h"
 #include "app/status_item_controller.h"
 #include "tools/sim_process.h"
@@ -19,16 +19,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-int qtArgc = 1;
-char qtArg0[] = "status_item_sim_test";
-char* qtArgv[] = {qtArg0, nullptr};
-
 class StatusItemSimTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    if (!QApplication::instance()) new QApplication(qtArgc, qtArgv);
-  }
-
   void SetUp() override {
     sim = std::make_unique<testing::SimProcess>(
         std::vector<std::string>{"--listen", "127.0.0.1:0", "--log-rate", "0", "--err-rate", "0",

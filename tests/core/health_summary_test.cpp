@@ -33,37 +33,21 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 }
 
 TEST(DecodeHealth, ReadsEveryField) {
+  const HealthSummary expected{
+      .ok = true, .version = "1.4.2", .liveStreams = 3, .totalStreams = 4,
+      .newestFrameAgeMS = 120, .worstFrameAgeMS = 1234, .cpuPercent = 12.5,
+      .rssBytes = 73400320, .thumbDropRatio = 0.01,
+      .cameras = {{"cam-1", "Front door", true, 120, 800, true,
+                   std::vector<HealthStream>{{"main", true, true, 120, true, 1700000000000}}},
+                  {"cam-2", "Garage", false, 90000, std::nullopt, std::nullopt, std::nullopt}},
+      .build = HealthBuild{"1.4.2", "abc123", false, 1699999999000}, .degraded = false,
+      .degradedReasons = {"disk slow"},
+      .defaultRoute = HealthDefaultRoute{"en0", "ethernet", 1000, "1000baseT"}};
   const auto summary = decodeHealth(kHealthy);
   ASSERT_TRUE(summary.has_value());
-  EXPECT_TRUE(summary->ok);
-  EXPECT_EQ(summary->version, "1.4.2");
-  EXPECT_EQ(summary->liveStreams, 3);
-  EXPECT_EQ(summary->totalStreams, 4);
-  EXPECT_EQ(summary->newestFrameAgeMS, 120);
-  EXPECT_EQ(summary->worstFrameAgeMS, 1234);
-  EXPECT_DOUBLE_EQ(summary->cpuPercent, 12.5);
-  EXPECT_EQ(summary->rssBytes, 73400320);
-  EXPECT_DOUBLE_EQ(summary->thumbDropRatio, 0.01);
-  ASSERT_EQ(summary->cameras.size(), 2u);
-
-  const HealthCamera& front = summary->cameras[0];
-  EXPECT_EQ(front.id, "cam-1");
-  EXPECT_EQ(front.name, "Front door");
-  EXPECT_EQ(front.worstFrameAgeMS, 800);
-  EXPECT_EQ(front.recording, true);
-  ASSERT_TRUE(front.streams.has_value());
-  EXPECT_EQ(front.streams->at(0),
-            (HealthStream{"main", true, true, 120, true, int64_t{1700000000000}}));
-
-  const HealthCamera& garage = summary->cameras[1];
-  EXPECT_FALSE(garage.streams.has_value());
-  EXPECT_FALSE(garage.recording.has_value());
-  EXPECT_FALSE(garage.worstFrameAgeMS.has_value());
-
-  EXPECT_EQ(summary->build, (HealthBuild{"1.4.2", "abc123", false, 1699999999000}));
-  EXPECT_EQ(summary->degraded, false);
-  EXPECT_EQ(summary->degradedReasons, std::vector<std::string>{"disk slow"});
-  EXPECT_EQ(summary->defaultRoute, (HealthDefaultRoute{"en0", "ethernet", 1000, "1000baseT"}));
+  EXPECT_TRUE(*summary == expected);
+  EXPECT_EQ(summary->totalCameras(), 2);
+  EXPECT_EQ(summary->liveCameras(), 1);
 }
 
 TEST(DecodeHealth, OptionalFieldsAcceptAbsenceAndNull) {
@@ -216,29 +200,13 @@ TEST(HealthSummaryDeathTest, DegradedIssueCountOverflowIsFatal) {
   EXPECT_DEATH(summary.degradedIssueCount(), "overflows");
 }
 
-TEST(HealthSummaryDerived, VisibleReasonsAreAtMostTheFirstThree) {
-  const HealthSummary four = withReasons({"a", "b", "c", "more:2"});
-  const auto visible = four.visibleDegradedReasons();
-  EXPECT_EQ(std::vector<std::string>(visible.begin(), visible.end()),
-            (std::vector<std::string>{"a", "b", "c"}));
-  EXPECT_TRUE(withReasons({}).visibleDegradedReasons().empty());
-}
-
-TEST(HealthSummaryDerived, CameraCounts) {
-  const auto summary = decodeHealth(kHealthy);
-  ASSERT_TRUE(summary);
-  EXPECT_EQ(summary->totalCameras(), 2);
-  EXPECT_EQ(summary->liveCameras(), 1);
-}
-
 TEST(HealthSummaryDerived, WorstFrameAgeText) {
   HealthSummary summary;
-  EXPECT_EQ(summary.worstFrameAgeText(), "\u2014");
-  for (const auto& [age, text] : std::vector<std::pair<int64_t, std::string>>{
-           {-1, "\u2014"}, {INT64_MIN, "\u2014"}, {0, "0 ms"}, {1234, "1234 ms"},
+  for (const auto& [age, text] : std::vector<std::pair<std::optional<int64_t>, std::string>>{
+           {std::nullopt, "\u2014"}, {-1, "\u2014"}, {INT64_MIN, "\u2014"}, {0, "0 ms"},
            {INT64_MAX, "9223372036854775807 ms"}}) {
     summary.worstFrameAgeMS = age;
-    EXPECT_EQ(summary.worstFrameAgeText(), text) << age;
+    EXPECT_EQ(summary.worstFrameAgeText(), text) << age.value_or(42);
   }
 }
 

@@ -76,7 +76,6 @@ struct Injector {
 
   Mode mode = Mode::fail;
   int faultAt = 0;  // 0: never
-  int error = EIO;
   int count = 0;
   std::vector<std::string> log;
 
@@ -84,8 +83,9 @@ struct Injector {
     log.emplace_back(name);
     return ++count == faultAt;
   }
-  int fail(int code) {
-    errno = code;
+  bool failing() const { return mode == Mode::fail || mode == Mode::failAndKeepTemporary; }
+  int fail() {
+    errno = mode == Mode::interrupt ? EINTR : EIO;
     return -1;
   }
 
@@ -93,43 +93,32 @@ struct Injector {
     const FileSystemCalls& real = withoutFlush();
     FileSystemCalls c;
     c.mkstemp = [this, &real](char* name) {
-      if (trip("mkstemp") && mode != Mode::interrupt && mode != Mode::shortWrite)
-        return fail(error);
-      return real.mkstemp(name);
+      return trip("mkstemp") && failing() ? fail() : real.mkstemp(name);
     };
     c.write = [this, &real](int fd, const void* bytes, size_t n) -> ssize_t {
-      if (trip("write")) {
-        if (mode == Mode::shortWrite) return real.write(fd, bytes, (n + 1) / 2);
-        return fail(mode == Mode::interrupt ? EINTR : error);
-      }
-      return real.write(fd, bytes, n);
+      if (!trip("write")) return real.write(fd, bytes, n);
+      return mode == Mode::shortWrite ? real.write(fd, bytes, (n + 1) / 2) : fail();
     };
     c.fsync = [this, &real](int fd) {
-      if (trip("fsync") && mode != Mode::shortWrite) {
-        return fail(mode == Mode::interrupt ? EINTR : error);
-      }
-      return real.fsync(fd);
+      return trip("fsync") && mode != Mode::shortWrite ? fail() : real.fsync(fd);
     };
     c.close = [this, &real](int fd) {
       // Like Linux, a close that reports an error has released the descriptor.
       const bool fault = trip("close") && mode != Mode::shortWrite;
       const int result = real.close(fd);
-      return fault ? fail(mode == Mode::interrupt ? EINTR : error) : result;
+      return fault ? fail() : result;
     };
     c.rename = [this, &real](const char* from, const char* to) {
-      if (trip("rename") && mode != Mode::interrupt && mode != Mode::shortWrite) return fail(error);
-      return real.rename(from, to);
+      return trip("rename") && failing() ? fail() : real.rename(from, to);
     };
     c.unlink = [this, &real](const char* path) {
       log.emplace_back("unlink");  // only runs after a fault; not counted as a step
-      if (mode == Mode::failAndKeepTemporary) return fail(EACCES);
-      return real.unlink(path);
+      if (mode != Mode::failAndKeepTemporary) return real.unlink(path);
+      errno = EACCES;
+      return -1;
     };
     c.openDirectory = [this, &real](const char* path) {
-      if (trip("openDirectory") && mode != Mode::shortWrite) {
-        return fail(mode == Mode::interrupt ? EINTR : error);
-      }
-      return real.openDirectory(path);
+      return trip("openDirectory") && mode != Mode::shortWrite ? fail() : real.openDirectory(path);
     };
     return c;
   }
@@ -182,8 +171,7 @@ TEST(UpdateTransactionStoreDurability, AFaultInAnyCallLeavesOldOrNewRecordNeverA
       }
       store.setFileSystemCallsForTesting(withoutFlush());
 
-      const bool faultFails =
-          mode == Injector::Mode::fail || mode == Injector::Mode::failAndKeepTemporary;
+      const bool faultFails = injector.failing();
       EXPECT_EQ(threw, faultFails);
       const bool activeReplaced = !faultFails || step > activeRenameStep;
       const bool historyWritten = !faultFails || step > historyRenameStep;

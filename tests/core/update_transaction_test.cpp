@@ -69,21 +69,16 @@ TEST(UpdateTransactionJSON, EncodesCompactlyInFieldOrderAndOmitsAbsentReason) {
 }
 
 TEST(UpdateTransactionJSON, StateStringsRoundTripAndRolledBackIsSnakeCase) {
-  struct Case {
-    UpdateState state;
-    const char* stored;
-  };
-  for (const Case& c : std::vector<Case>{{UpdateState::preparing, "preparing"},
-                                         {UpdateState::installing, "installing"},
-                                         {UpdateState::verifying, "verifying"},
-                                         {UpdateState::certified, "certified"},
-                                         {UpdateState::failed, "failed"},
-                                         {UpdateState::rolledBack, "rolled_back"}}) {
-    SCOPED_TRACE(c.stored);
+  using S = UpdateState;
+  const std::pair<UpdateState, std::string> cases[] = {
+      {S::preparing, "preparing"}, {S::installing, "installing"}, {S::verifying, "verifying"},
+      {S::certified, "certified"}, {S::failed, "failed"},         {S::rolledBack, "rolled_back"}};
+  for (const auto& [state, stored] : cases) {
+    SCOPED_TRACE(stored);
     UpdateTransaction t = sample();
-    t.setState(c.state);
+    t.setState(state);
     const std::string json = encodeUpdateTransaction(t);
-    EXPECT_NE(json.find(std::string(R"("state":")") + c.stored + "\""), std::string::npos);
+    EXPECT_NE(json.find(R"("state":")" + stored + "\""), std::string::npos);
     EXPECT_EQ(decodeUpdateTransaction(json), t);
   }
 }

@@ -38,80 +38,45 @@ TEST(UpdateVerifier, AssessmentAppliesTheFirstRuleThatFails) {
     VerificationAssessment expected;
   };
   const UpdateBaseline two = baseline({{"a", true, 1000}, {"b", false, std::nullopt}});
-  auto with = [](UpdateStreamHealth s, auto change) {
-    change(s);
-    return s;
+  const auto of = [](std::vector<UpdateStreamHealth> streams) {
+    return UpdateHealth{kTarget, std::move(streams)};
   };
+  const auto aged = [&](int64_t ageMS) {
+    UpdateHealth sample = of({fine("a"), fine("b")});
+    sample.streams[0].frameAgeMS = ageMS;
+    return sample;
+  };
+  UpdateStreamHealth disabled = fine("a"), down = fine("b"), notRecording = fine("a");
+  disabled.enabled = false;
+  down.live = false;
+  notRecording.recording = false;
+  UpdateStreamHealth downA = down, idleB = fine("b", std::nullopt);
+  downA.id = "a";
+  idleB.recording = false;
+  const auto stale = A::staleStream;
+  const auto notAdvanced = A::recordingNotAdvanced;
+  const A healthy = A::healthy(), wrong = A::wrongVersion();
+  const std::nullopt_t none = std::nullopt;
+  const HealthBuild older{"1.9.9", "r", false, 0}, padded{"2.0.0 ", "", false, 0};
   const std::vector<Case> cases = {
-      {"version mismatch wins even with empty baseline",
-       baseline({}),
-       {{"1.9.9", "r", false, 0}, {}},
-       A::wrongVersion()},
-      {"version mismatch wins over missing streams",
-       two,
-       {{"2.0.0 ", "", false, 0}, {}},
-       A::wrongVersion()},
-      {"empty baseline, right version", baseline({}, 3), {kTarget, {}}, A::healthy()},
-      {"all baseline streams fine; extra streams ignored",
-       two,
-       {kTarget, {fine("new", std::nullopt), fine("b", std::nullopt), fine("a")}},
-       A::healthy()},
-      {"missing first wins over later stale",
-       two,
-       {kTarget, {with(fine("b"), [](auto& s) { s.live = false; })}},
-       A::missingStream("a")},
-      {"disabled",
-       two,
-       {kTarget, {with(fine("a"), [](auto& s) { s.enabled = false; }), fine("b")}},
-       A::staleStream("a")},
-      {"not live",
-       two,
-       {kTarget, {fine("a"), with(fine("b"), [](auto& s) { s.live = false; })}},
-       A::staleStream("b")},
-      {"age 5000 is fresh",
-       two,
-       {kTarget, {with(fine("a"), [](auto& s) { s.frameAgeMS = 5000; }), fine("b")}},
-       A::healthy()},
-      {"age 5001 is stale",
-       two,
-       {kTarget, {with(fine("a"), [](auto& s) { s.frameAgeMS = 5001; }), fine("b")}},
-       A::staleStream("a")},
-      {"negative age is stale",
-       two,
-       {kTarget, {with(fine("a"), [](auto& s) { s.frameAgeMS = -1; }), fine("b")}},
-       A::staleStream("a")},
-      {"same segment has not advanced",
-       two,
-       {kTarget, {fine("a", 1000), fine("b")}},
-       A::recordingNotAdvanced("a")},
-      {"one millisecond newer has advanced",
-       two,
-       {kTarget, {fine("a", 1001), fine("b")}},
-       A::healthy()},
-      {"no segment in sample",
-       two,
-       {kTarget, {fine("a", std::nullopt), fine("b")}},
-       A::recordingNotAdvanced("a")},
-      {"no segment in baseline",
-       baseline({{"a", true, std::nullopt}}),
-       {kTarget, {fine("a")}},
-       A::recordingNotAdvanced("a")},
-      {"sample's recording flag is not consulted",
-       two,
-       {kTarget, {with(fine("a"), [](auto& s) { s.recording = false; }), fine("b")}},
-       A::healthy()},
-      {"not recording before, nothing recorded after",
-       two,
-       {kTarget, {fine("a"), with(fine("b", std::nullopt), [](auto& s) { s.recording = false; })}},
-       A::healthy()},
-      {"only the first duplicate is judged",
-       two,
-       {kTarget, {with(fine("a"), [](auto& s) { s.live = false; }), fine("a"), fine("b")}},
-       A::staleStream("a")},
-      {"signed comparison of segments",
-       baseline({{"a", true, -5}}),
-       {kTarget, {fine("a", -4)}},
-       A::healthy()},
+      {"version mismatch wins even with empty baseline", baseline({}), {older, {}}, wrong},
+      {"version mismatch wins over missing streams", two, {padded, {}}, wrong},
+      {"empty baseline, right version", baseline({}, 3), of({}), healthy},
+      {"extra streams ignored", two, of({fine("new", none), fine("b", none), fine("a")}), healthy},
+      {"missing first wins over later stale", two, of({down}), A::missingStream("a")},
+      {"disabled", two, of({disabled, fine("b")}), stale("a")},
+      {"not live", two, of({fine("a"), down}), stale("b")},
+      {"age 5000 is fresh", two, aged(5000), healthy},
+      {"age 5001 is stale", two, aged(5001), stale("a")},
+      {"negative age is stale", two, aged(-1), stale("a")},
+      {"same segment has not advanced", two, of({fine("a", 1000), fine("b")}), notAdvanced("a")},
+      {"one millisecond newer has advanced", two, of({fine("a", 1001), fine("b")}), healthy},
+      {"no segment in sample", two, of({fine("a", none), fine("b")}), notAdvanced("a")},
+      {"no segment in baseline", baseline({{"a", true, none}}), of({fine("a")}), notAdvanced("a")},
+      {"sample's recording flag is not consulted", two, of({notRecording, fine("b")}), healthy},
+      {"not recording before, nothing recorded after", two, of({fine("a"), idleB}), healthy},
+      {"only the first duplicate is judged", two, of({downA, fine("a"), fine("b")}), stale("a")},
+      {"signed comparison of segments", baseline({{"a", true, -5}}), of({fine("a", -4)}), healthy},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

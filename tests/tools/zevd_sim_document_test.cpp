@@ -25,18 +25,20 @@ TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInsta
   struct Case {
     sim::Scenario scenario;
     HealthStatus status;
+    int64_t liveCameras, totalCameras;
   };
   const Case cases[] = {
-      {sim::Scenario::healthy, HealthStatus::green},
-      {sim::Scenario::partial, HealthStatus::green},
-      {sim::Scenario::degraded, HealthStatus::yellow},
-      {sim::Scenario::noStreams, HealthStatus::yellow},
-      {sim::Scenario::allDown, HealthStatus::red},
-      {sim::Scenario::staleFrames, HealthStatus::yellow},
-      {sim::Scenario::thumbDrops, HealthStatus::yellow},
+      {sim::Scenario::healthy, HealthStatus::green, 4, 4},
+      {sim::Scenario::partial, HealthStatus::green, 2, 4},
+      {sim::Scenario::degraded, HealthStatus::yellow, 3, 4},
+      {sim::Scenario::noStreams, HealthStatus::yellow, 0, 0},
+      {sim::Scenario::allDown, HealthStatus::red, 0, 4},
+      {sim::Scenario::staleFrames, HealthStatus::yellow, 4, 4},
+      {sim::Scenario::thumbDrops, HealthStatus::yellow, 4, 4},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(sim::scenarioName(c.scenario)));
+    EXPECT_EQ(sim::scenarioFromName(sim::scenarioName(c.scenario)), c.scenario);
     // Two minutes in odd steps, so every frame period, segment and wobble is
     // sampled at many phases; then a day later.
     std::vector<int64_t> offsets = {86400000, 86400000 + 61};
@@ -47,6 +49,14 @@ TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInsta
       const auto summary = summaryAt(c.scenario, now);
       ASSERT_TRUE(summary.has_value());
       ASSERT_EQ(classifyHealth(summary), c.status);
+      EXPECT_EQ(summary->liveCameras(), c.liveCameras);
+      EXPECT_EQ(summary->totalCameras(), c.totalCameras);
+      // Green comes from the figures, never from a verdict of the daemon's own.
+      EXPECT_EQ(summary->degraded.has_value(), c.scenario == sim::Scenario::degraded);
+      if (c.scenario == sim::Scenario::degraded) {
+        EXPECT_EQ(summary->degradedIssueCount(), 5);  // three listed, "more:2"
+        EXPECT_TRUE(summary->defaultRoute && summary->defaultRoute->isWarning());
+      }
 
       int64_t live = 0, total = 0;
       for (const HealthCamera& camera : summary->cameras) {

@@ -61,24 +61,12 @@ class FakeAppActivation : public AppActivation {
 
 struct FakePlatform {
   FakePlatform() {
-    auto launcher = std::make_unique<FakeSystemLog>();
-    auto statusItem = std::make_unique<FakeSystemLog>();
-    auto services = std::make_unique<FakeServiceManager>();
-    auto bundle = std::make_unique<FakeBundleInfo>();
-    auto desk = std::make_unique<FakeWorkspace>();
-    auto activate = std::make_unique<FakeAppActivation>();
-    launcherLog = launcher.get();
-    statusItemLog = statusItem.get();
-    serviceManager = services.get();
-    bundleInfo = bundle.get();
-    workspace = desk.get();
-    activation = activate.get();
-    m_platform.launcherLog = std::move(launcher);
-    m_platform.statusItemLog = std::move(statusItem);
-    m_platform.serviceManager = std::move(services);
-    m_platform.bundleInfo = std::move(bundle);
-    m_platform.workspace = std::move(desk);
-    m_platform.activation = std::move(activate);
+    launcherLog = install<FakeSystemLog>(m_platform.launcherLog);
+    statusItemLog = install<FakeSystemLog>(m_platform.statusItemLog);
+    serviceManager = install<FakeServiceManager>(m_platform.serviceManager);
+    bundleInfo = install<FakeBundleInfo>(m_platform.bundleInfo);
+    workspace = install<FakeWorkspace>(m_platform.workspace);
+    activation = install<FakeAppActivation>(m_platform.activation);
     m_platform.makeStatusItem = [this]() -> std::unique_ptr<StatusItem> {
       ++statusItemsMade;
       return statusItemFactory ? statusItemFactory() : nullptr;
@@ -101,6 +89,15 @@ struct FakePlatform {
   std::function<std::unique_ptr<StatusItem>()> statusItemFactory;
 
  private:
+  // Puts a new fake into the platform's `slot` and returns it.
+  template <typename Fake, typename Slot>
+  static Fake* install(Slot& slot) {
+    auto fake = std::make_unique<Fake>();
+    Fake* pointer = fake.get();
+    slot = std::move(fake);
+    return pointer;
+  }
+
   Platform m_platform;
 };
 

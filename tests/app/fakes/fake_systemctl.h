@@ -65,8 +65,6 @@ class FakeSystemctl {
     return lines;
   }
 
-  std::filesystem::path path() const { return m_bin / "systemctl"; }
-
  private:
   std::filesystem::path file(const std::string& name) const {
     return std::filesystem::path(m_dir.path().toStdString()) / name;

@@ -19,25 +19,20 @@ namespace zev::testing {
 
 // A daemon stand-in: answers GET /api/health with whatever `respond` returns
 // for the n-th request (counting from 0). A response may ask to be held back
-// for a while, or until the server stops (a hanging daemon).
+// for a while (cut short when the server stops).
 class HealthServer {
  public:
   struct Response {
     int status = 200;
     std::string body;
     std::chrono::milliseconds delay{0};
-    bool hang = false;
   };
 
   explicit HealthServer(std::function<Response(int)> respond) : m_respond(std::move(respond)) {
     m_server.Get("/api/health", [this](const httplib::Request&, httplib::Response& res) {
       const Response answer = m_respond(m_requests++);
       std::unique_lock lock(m_mutex);
-      if (answer.hang) {
-        m_stopping.wait(lock, [this] { return m_stop; });
-      } else if (answer.delay.count() > 0) {
-        m_stopping.wait_for(lock, answer.delay, [this] { return m_stop; });
-      }
+      m_stopping.wait_for(lock, answer.delay, [this] { return m_stop; });
       res.status = answer.status;
       res.set_content(answer.body, "application/json");
     });
@@ -56,7 +51,6 @@ class HealthServer {
   }
 
   QString baseURL() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_port); }
-  int requests() const { return m_requests; }
 
  private:
   std::function<Response(int)> m_respond;

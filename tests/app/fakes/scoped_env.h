@@ -10,14 +10,9 @@ namespace zev::testing {
 
 class ScopedEnv {
  public:
-  // nullopt unsets the variable.
-  ScopedEnv(std::string name, const std::optional<std::string>& value) : m_name(std::move(name)) {
+  ScopedEnv(std::string name, const std::string& value) : m_name(std::move(name)) {
     if (const char* old = std::getenv(m_name.c_str())) m_old = old;
-    if (value) {
-      ::setenv(m_name.c_str(), value->c_str(), 1);
-    } else {
-      ::unsetenv(m_name.c_str());
-    }
+    ::setenv(m_name.c_str(), value.c_str(), 1);
   }
   ~ScopedEnv() {
     if (m_old) {
