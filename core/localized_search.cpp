@@ -151,9 +151,15 @@ bool LocalizedSearch::isFoundIn(std::string_view text) {
 bool LocalizedSearch::mayFoldIntoMatch(std::string_view text) {
   // Past the byte-wise search, only characters that fold into standalone
   // ASCII can still make a match.
-  for (size_t i = 0; i < text.size();) {
+  const size_t n = text.size();
+  for (size_t i = 0; i < n;) {
     if (static_cast<unsigned char>(text[i]) < 0x80) {
+      // Skip ASCII a word at a time.
       ++i;
+      for (uint64_t word; i + 8 <= n; i += 8) {
+        std::memcpy(&word, text.data() + i, 8);
+        if ((word & 0x8080808080808080ULL) != 0) break;
+      }
       continue;
     }
     const detail::DecodedChar d = detail::decodeUTF8(text, i);
