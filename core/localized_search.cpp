@@ -399,18 +399,21 @@ void LocalizedSearch::findEach(std::span<const std::string_view> texts, bool* fo
   }
   const ASCIINeedle needle{m_folded.data(), m_caseMask.data(), m_folded.size(), m_anchor1,
                            m_anchor2};
-  const auto outcomes = std::make_unique_for_overwrite<Outcome[]>(count);
-  const auto candidates = std::make_unique_for_overwrite<size_t[]>(count);
-  scanEach(m_useAVX2, needle, texts.data(), count, outcomes.get(), candidates.get());
-  for (size_t i = 0; i < count; ++i) {
-    Outcome outcome = outcomes[i];
-    if (outcome == Outcome::candidate) {
-      outcome = settle(m_useAVX2, needle, texts[i], candidates[i]);
+  constexpr size_t kBatch = 256;
+  Outcome outcomes[kBatch];
+  size_t candidates[kBatch];
+  for (size_t first = 0; first < count; first += kBatch) {
+    const size_t size = std::min(kBatch, count - first);
+    scanEach(m_useAVX2, needle, texts.data() + first, size, outcomes, candidates);
+    for (size_t i = 0; i < size; ++i) {
+      const std::string_view text = texts[first + i];
+      Outcome outcome = outcomes[i];
+      if (outcome == Outcome::candidate) outcome = settle(m_useAVX2, needle, text, candidates[i]);
+      // Texts with non-ASCII bytes and no byte-wise match take the full
+      // test; they are rare in a log.
+      found[first + i] = outcome == Outcome::found ||
+                         (outcome == Outcome::unsettled && mayFoldIntoMatch(text));
     }
-    // Texts with non-ASCII bytes and no byte-wise match take the full test;
-    // they are rare in a log.
-    found[i] = outcome == Outcome::found ||
-               (outcome == Outcome::unsettled && mayFoldIntoMatch(texts[i]));
   }
 }
 
