@@ -368,7 +368,10 @@ void scanEach(bool useAVX2, const ASCIINeedle& needle, const std::string_view* t
   scanEachWithSSE2(needle, texts, count, outcomes, candidates);
 #else
   static_cast<void>(useAVX2);
-  for (size_t i = 0; i < count; ++i) outcomes[i] = firstCandidate(needle, texts[i], candidates[i]);
+  for (size_t i = 0; i < count; ++i) {
+    if (i + kPrefetchDistance < count) prefetchText(texts[i + kPrefetchDistance]);
+    outcomes[i] = firstCandidate(needle, texts[i], candidates[i]);
+  }
 #endif
 }
 
