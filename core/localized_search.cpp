@@ -140,19 +140,7 @@ bool LocalizedSearch::isFoundIn(std::string_view text) {
   if (m_asciiMode) {
     bool sawNonASCII = false;
     if (findASCII(text, sawNonASCII)) return true;
-    if (!sawNonASCII) return false;
-    // Past the byte-wise search, only characters that fold into standalone
-    // ASCII can still make a match.
-    for (size_t i = 0; i < text.size();) {
-      if (static_cast<unsigned char>(text[i]) < 0x80) {
-        ++i;
-        continue;
-      }
-      const detail::DecodedChar d = detail::decodeUTF8(text, i);
-      if (d.valid && detail::foldsToStandaloneASCII(d.codePoint)) return findUnicode(text);
-      i += d.size;
-    }
-    return false;
+    return sawNonASCII && mayFoldIntoMatch(text);
   }
   // ASCII text folds to ASCII (and, in Turkish, "ı"), which cannot hold a
   // needle whose folded form has anything else.
@@ -160,148 +148,287 @@ bool LocalizedSearch::isFoundIn(std::string_view text) {
   return findUnicode(text);
 }
 
-#if defined(__x86_64__)
-namespace {
-
-// The inputs of a vector scan for candidate match starts.
-struct CandidateScan {
-  const char* text;
-  size_t size;
-  size_t needleSize;
-  size_t anchor1;  // offsets in the needle of the two bytes to test
-  size_t anchor2;
-  const char* needle;
-  const char* mask;
-};
-
-// Tests every start from 0 to size - needleSize with overlapping windows of
-// 16 bytes; needs needleSize - 1 + 16 <= size.
-template <typename Verify>
-bool scanWithSSE2(const CandidateScan& s, Verify& verify, bool& sawNonASCII) {
-  const __m128i first = _mm_set1_epi8(s.needle[s.anchor1]);
-  const __m128i firstMask = _mm_set1_epi8(s.mask[s.anchor1]);
-  const __m128i second = _mm_set1_epi8(s.needle[s.anchor2]);
-  const __m128i secondMask = _mm_set1_epi8(s.mask[s.anchor2]);
-  __m128i high = _mm_setzero_si128();
-  const size_t last = s.size - (s.needleSize - 1) - 16;
-  for (size_t at = 0;; at = std::min(at + 16, last)) {
-    high = _mm_or_si128(high, _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.text + at)));
-    const __m128i x = _mm_or_si128(
-        _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.text + at + s.anchor1)), firstMask);
-    const __m128i y = _mm_or_si128(
-        _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.text + at + s.anchor2)), secondMask);
-    unsigned bits = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(x, first), _mm_cmpeq_epi8(y, second))));
-    while (bits != 0) {
-      if (verify(at + static_cast<size_t>(__builtin_ctz(bits)))) return true;
-      bits &= bits - 1;
+bool LocalizedSearch::mayFoldIntoMatch(std::string_view text) {
+  // Past the byte-wise search, only characters that fold into standalone
+  // ASCII can still make a match.
+  const size_t n = text.size();
+  for (size_t i = 0; i < n;) {
+    if (static_cast<unsigned char>(text[i]) < 0x80) {
+      // Skip ASCII a word at a time.
+      ++i;
+      for (uint64_t word; i + 8 <= n; i += 8) {
+        std::memcpy(&word, text.data() + i, 8);
+        if ((word & 0x8080808080808080ULL) != 0) break;
+      }
+      continue;
     }
-    if (at == last) break;
+    const detail::DecodedChar d = detail::decodeUTF8(text, i);
+    if (d.valid && detail::foldsToStandaloneASCII(d.codePoint)) return findUnicode(text);
+    i += d.size;
   }
-  sawNonASCII = _mm_movemask_epi8(high) != 0;
   return false;
 }
 
-// The same with 32-byte windows; needs needleSize - 1 + 32 <= size and a CPU
-// with AVX2.
-template <typename Verify>
-__attribute__((target("avx2"))) bool scanWithAVX2(const CandidateScan& s, Verify& verify,
-                                                  bool& sawNonASCII) {
-  const __m256i first = _mm256_set1_epi8(s.needle[s.anchor1]);
-  const __m256i firstMask = _mm256_set1_epi8(s.mask[s.anchor1]);
-  const __m256i second = _mm256_set1_epi8(s.needle[s.anchor2]);
-  const __m256i secondMask = _mm256_set1_epi8(s.mask[s.anchor2]);
-  __m256i high = _mm256_setzero_si256();
-  const size_t last = s.size - (s.needleSize - 1) - 32;
-  for (size_t at = 0;; at = std::min(at + 32, last)) {
-    high = _mm256_or_si256(high, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.text + at)));
-    const __m256i x = _mm256_or_si256(
-        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.text + at + s.anchor1)), firstMask);
-    const __m256i y = _mm256_or_si256(
-        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s.text + at + s.anchor2)), secondMask);
-    auto bits = static_cast<unsigned>(_mm256_movemask_epi8(
-        _mm256_and_si256(_mm256_cmpeq_epi8(x, first), _mm256_cmpeq_epi8(y, second))));
-    while (bits != 0) {
-      if (verify(at + static_cast<size_t>(__builtin_ctz(bits)))) return true;
-      bits &= bits - 1;
-    }
-    if (at == last) break;
+namespace {
+
+// How many texts ahead a search over many asks for the text to be cached.
+constexpr size_t kPrefetchDistance = 8;
+
+// Asks for the first 128 bytes of `text` to be cached.
+inline void prefetchText(std::string_view text) {
+  __builtin_prefetch(text.data());
+  __builtin_prefetch(text.data() + 64);
+}
+
+// The folded ASCII needle as the byte-wise search reads it.
+struct ASCIINeedle {
+  const char* bytes;
+  const char* mask;  // per byte: 0x20 for letters that match either case
+  size_t size;
+  size_t anchor1;  // offsets of the two bytes the vector scan tests
+  size_t anchor2;
+};
+
+// Whether the needle matches `text` at `at` as whole characters.
+bool matchesAt(const ASCIINeedle& s, std::string_view text, size_t at) {
+  const size_t m = s.size;
+  const size_t n = text.size();
+  const char* const t = text.data();
+  for (size_t k = 0; k < m; ++k) {
+    if (static_cast<char>(t[at + k] | s.mask[k]) != s.bytes[k]) return false;
   }
-  sawNonASCII = _mm256_movemask_epi8(high) != 0;
-  return false;
+  // Both ends must be character boundaries: no mark joins the last
+  // character, no prepended character holds the first, CR LF stays whole.
+  // Control characters (CR and LF among them) take no marks and are held
+  // by nothing but each other.
+  const size_t end = at + m;
+  const char last = s.bytes[m - 1];
+  if (end < n) {
+    const auto next = static_cast<unsigned char>(t[end]);
+    if (last == '\r') {
+      if (next == '\n') return false;
+    } else if (!isASCIIControl(last) && next >= 0x80) {
+      const detail::DecodedChar d = detail::decodeUTF8(text, end);
+      if (d.valid && detail::graphemeClass(d.codePoint) == detail::GraphemeClass::extender) {
+        return false;
+      }
+    }
+  }
+  const char first = s.bytes[0];
+  if (at > 0) {
+    const auto prev = static_cast<unsigned char>(t[at - 1]);
+    if (first == '\n') {
+      if (prev == '\r') return false;
+    } else if (!isASCIIControl(first) && prev >= 0x80) {
+      const detail::DecodedChar d = detail::decodeUTF8Before(text, at);
+      if (d.valid && detail::graphemeClass(d.codePoint) == detail::GraphemeClass::prepend) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+// What the byte-wise search says about one text.
+enum class Outcome : uint8_t {
+  notFound,
+  found,
+  unsettled,  // no byte-wise match, but the text has non-ASCII that could fold into one
+  candidate,  // the anchors match at the position noted: verify from there
+};
+
+// The first start from 0 whose anchor bytes match, byte by byte; the
+// outcome for texts too short for a vector window.
+inline Outcome firstCandidate(const ASCIINeedle& s, std::string_view text, size_t& at) {
+  const size_t m = s.size;
+  const size_t n = text.size();
+  const char* const t = text.data();
+  const char first = s.bytes[s.anchor1];
+  const char firstMask = s.mask[s.anchor1];
+  const char second = s.bytes[s.anchor2];
+  const char secondMask = s.mask[s.anchor2];
+  for (size_t i = 0; i + m <= n; ++i) {
+    if (static_cast<char>(t[i + s.anchor1] | firstMask) == first &&
+        static_cast<char>(t[i + s.anchor2] | secondMask) == second) {
+      at = i;
+      return Outcome::candidate;
+    }
+  }
+  return detail::isASCII(text) ? Outcome::notFound : Outcome::unsettled;
+}
+
+// The vector scans look for the first start in each text whose anchor bytes
+// match, with windows of 16 or 32 bytes (the last one overlapping the one
+// before), and note on the way whether the text holds a non-ASCII byte.
+// They call nothing, so the vector registers stay put across the loop;
+// candidates are verified afterwards. The needle's bytes are copied into
+// locals first: stores to `outcomes` could alias them otherwise.
+#if defined(__SSE2__)
+void scanEachWithSSE2(const ASCIINeedle& needle, const std::string_view* texts, size_t count,
+                      Outcome* outcomes, size_t* candidates) {
+  const size_t reach = needle.size - 1;
+  const size_t anchor1 = needle.anchor1;
+  const size_t anchor2 = needle.anchor2;
+  const __m128i first = _mm_set1_epi8(needle.bytes[anchor1]);
+  const __m128i firstMask = _mm_set1_epi8(needle.mask[anchor1]);
+  const __m128i second = _mm_set1_epi8(needle.bytes[anchor2]);
+  const __m128i secondMask = _mm_set1_epi8(needle.mask[anchor2]);
+  for (size_t i = 0; i < count; ++i) {
+    if (i + kPrefetchDistance < count) prefetchText(texts[i + kPrefetchDistance]);
+    const std::string_view text = texts[i];
+    const char* const t = text.data();
+    const size_t n = text.size();
+    if (reach + 16 > n) {
+      outcomes[i] = firstCandidate(needle, text, candidates[i]);
+      continue;
+    }
+    Outcome outcome = Outcome::notFound;
+    __m128i high = _mm_setzero_si128();
+    const size_t last = n - reach - 16;
+    for (size_t at = 0;; at = std::min(at + 16, last)) {
+      high = _mm_or_si128(high, _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + at)));
+      const __m128i x = _mm_or_si128(
+          _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + at + anchor1)), firstMask);
+      const __m128i y = _mm_or_si128(
+          _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + at + anchor2)), secondMask);
+      const auto bits = static_cast<unsigned>(
+          _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(x, first), _mm_cmpeq_epi8(y, second))));
+      if (bits != 0) {
+        outcome = Outcome::candidate;
+        candidates[i] = at + static_cast<size_t>(__builtin_ctz(bits));
+        break;
+      }
+      if (at == last) break;
+    }
+    if (outcome == Outcome::notFound) {
+      // The last needle size - 1 bytes start no match but may be non-ASCII.
+      high = _mm_or_si128(high, _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + n - 16)));
+      if (_mm_movemask_epi8(high) != 0) outcome = Outcome::unsettled;
+    }
+    outcomes[i] = outcome;
+  }
+}
+#endif
+
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) void scanEachWithAVX2(const ASCIINeedle& needle,
+                                                      const std::string_view* texts, size_t count,
+                                                      Outcome* outcomes, size_t* candidates) {
+  const size_t reach = needle.size - 1;
+  const size_t anchor1 = needle.anchor1;
+  const size_t anchor2 = needle.anchor2;
+  const __m256i first = _mm256_set1_epi8(needle.bytes[anchor1]);
+  const __m256i firstMask = _mm256_set1_epi8(needle.mask[anchor1]);
+  const __m256i second = _mm256_set1_epi8(needle.bytes[anchor2]);
+  const __m256i secondMask = _mm256_set1_epi8(needle.mask[anchor2]);
+  for (size_t i = 0; i < count; ++i) {
+    if (i + kPrefetchDistance < count) prefetchText(texts[i + kPrefetchDistance]);
+    const std::string_view text = texts[i];
+    const char* const t = text.data();
+    const size_t n = text.size();
+    if (reach + 32 > n) {
+      outcomes[i] = firstCandidate(needle, text, candidates[i]);
+      continue;
+    }
+    Outcome outcome = Outcome::notFound;
+    __m256i high = _mm256_setzero_si256();
+    const size_t last = n - reach - 32;
+    for (size_t at = 0;; at = std::min(at + 32, last)) {
+      high = _mm256_or_si256(high, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(t + at)));
+      const __m256i x = _mm256_or_si256(
+          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(t + at + anchor1)), firstMask);
+      const __m256i y = _mm256_or_si256(
+          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(t + at + anchor2)), secondMask);
+      const auto bits = static_cast<unsigned>(_mm256_movemask_epi8(
+          _mm256_and_si256(_mm256_cmpeq_epi8(x, first), _mm256_cmpeq_epi8(y, second))));
+      if (bits != 0) {
+        outcome = Outcome::candidate;
+        candidates[i] = at + static_cast<size_t>(__builtin_ctz(bits));
+        break;
+      }
+      if (at == last) break;
+    }
+    if (outcome == Outcome::notFound) {
+      high = _mm256_or_si256(high, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(t + n - 32)));
+      if (_mm256_movemask_epi8(high) != 0) outcome = Outcome::unsettled;
+    }
+    outcomes[i] = outcome;
+  }
+}
+#endif
+
+// Fills `outcomes` (and, for candidates, `candidates`) for each text; never
+// answers `found`.
+void scanEach(bool useAVX2, const ASCIINeedle& needle, const std::string_view* texts,
+              size_t count, Outcome* outcomes, size_t* candidates) {
+#if defined(__x86_64__)
+  if (useAVX2) return scanEachWithAVX2(needle, texts, count, outcomes, candidates);
+#endif
+#if defined(__SSE2__)
+  scanEachWithSSE2(needle, texts, count, outcomes, candidates);
+#else
+  static_cast<void>(useAVX2);
+  for (size_t i = 0; i < count; ++i) {
+    if (i + kPrefetchDistance < count) prefetchText(texts[i + kPrefetchDistance]);
+    outcomes[i] = firstCandidate(needle, texts[i], candidates[i]);
+  }
+#endif
+}
+
+// Settles a candidate at `at`: verifies it, then each later candidate.
+Outcome settle(bool useAVX2, const ASCIINeedle& needle, std::string_view text, size_t at) {
+  for (;;) {
+    if (matchesAt(needle, text, at)) return Outcome::found;
+    // The rest of the text is scanned as a text of its own; matches are
+    // verified against the whole one.
+    const size_t from = at + 1;
+    const std::string_view rest = text.substr(from);
+    size_t next = 0;
+    Outcome outcome;
+    scanEach(useAVX2, needle, &rest, 1, &outcome, &next);
+    if (outcome != Outcome::candidate) break;
+    at = from + next;
+  }
+  return detail::isASCII(text) ? Outcome::notFound : Outcome::unsettled;
 }
 
 }  // namespace
-#endif
+
+void LocalizedSearch::findEach(std::span<const std::string_view> texts, bool* found) {
+  const size_t count = texts.size();
+  if (!m_asciiMode) {
+    for (size_t i = 0; i < count; ++i) found[i] = isFoundIn(texts[i]);
+    return;
+  }
+  const ASCIINeedle needle{m_folded.data(), m_caseMask.data(), m_folded.size(), m_anchor1,
+                           m_anchor2};
+  constexpr size_t kBatch = 256;
+  Outcome outcomes[kBatch];
+  size_t candidates[kBatch];
+  for (size_t first = 0; first < count; first += kBatch) {
+    const size_t size = std::min(kBatch, count - first);
+    scanEach(m_useAVX2, needle, texts.data() + first, size, outcomes, candidates);
+    for (size_t i = 0; i < size; ++i) {
+      const std::string_view text = texts[first + i];
+      Outcome outcome = outcomes[i];
+      if (outcome == Outcome::candidate) outcome = settle(m_useAVX2, needle, text, candidates[i]);
+      // Texts with non-ASCII bytes and no byte-wise match take the full
+      // test; they are rare in a log.
+      found[first + i] = outcome == Outcome::found ||
+                         (outcome == Outcome::unsettled && mayFoldIntoMatch(text));
+    }
+  }
+}
 
 bool LocalizedSearch::findASCII(std::string_view text, bool& sawNonASCII) const {
-  const size_t m = m_folded.size();
-  const size_t n = text.size();
-  const char* const t = text.data();
-  const char* const needle = m_folded.data();
-  const char* const mask = m_caseMask.data();
-
-  auto matchesAt = [&](size_t at) {
-    for (size_t k = 0; k < m; ++k) {
-      if (static_cast<char>(t[at + k] | mask[k]) != needle[k]) return false;
-    }
-    // Both ends must be character boundaries: no mark joins the last
-    // character, no prepended character holds the first, CR LF stays whole.
-    // Control characters (CR and LF among them) take no marks and are held
-    // by nothing but each other.
-    const size_t end = at + m;
-    const char last = needle[m - 1];
-    if (end < n) {
-      const auto next = static_cast<unsigned char>(t[end]);
-      if (last == '\r') {
-        if (next == '\n') return false;
-      } else if (!isASCIIControl(last) && next >= 0x80) {
-        const detail::DecodedChar d = detail::decodeUTF8(text, end);
-        if (d.valid && detail::graphemeClass(d.codePoint) == detail::GraphemeClass::extender) {
-          return false;
-        }
-      }
-    }
-    const char first = needle[0];
-    if (at > 0) {
-      const auto prev = static_cast<unsigned char>(t[at - 1]);
-      if (first == '\n') {
-        if (prev == '\r') return false;
-      } else if (!isASCIIControl(first) && prev >= 0x80) {
-        const detail::DecodedChar d = detail::decodeUTF8Before(text, at);
-        if (d.valid && detail::graphemeClass(d.codePoint) == detail::GraphemeClass::prepend) {
-          return false;
-        }
-      }
-    }
-    return true;
-  };
-
-  size_t i = 0;
-  size_t checkedForHighBits = 0;  // bytes before this are known ASCII or not
-#if defined(__x86_64__)
-  // Candidates are where the needle's two rarest bytes both match; the same
-  // pass notes whether the text holds any non-ASCII byte.
-  if (m - 1 + 16 <= n) {
-    const CandidateScan scan{t, n, m, m_anchor1, m_anchor2, needle, mask};
-    bool found = false;
-    if (m_useAVX2 && m - 1 + 32 <= n) {
-      found = scanWithAVX2(scan, matchesAt, sawNonASCII);
-    } else {
-      found = scanWithSSE2(scan, matchesAt, sawNonASCII);
-    }
-    if (found) return true;
-    i = n - m + 1;  // every candidate start was seen
-    checkedForHighBits = i;
-  }
-#endif
-  for (; i + m <= n; ++i) {
-    if (static_cast<char>(t[i + m_anchor1] | mask[m_anchor1]) == needle[m_anchor1] && matchesAt(i)) {
-      return true;
-    }
-  }
-  if (!sawNonASCII) sawNonASCII = !detail::isASCII(text.substr(checkedForHighBits));
-  return false;
+  const ASCIINeedle needle{m_folded.data(), m_caseMask.data(), m_folded.size(), m_anchor1,
+                           m_anchor2};
+  Outcome outcome;
+  size_t candidate = 0;
+  scanEach(m_useAVX2, needle, &text, 1, &outcome, &candidate);
+  if (outcome == Outcome::candidate) outcome = settle(m_useAVX2, needle, text, candidate);
+  sawNonASCII = outcome == Outcome::unsettled;
+  return outcome == Outcome::found;
 }
 
 LocalizedSearch::Unicode& LocalizedSearch::unicode() { return *m_unicode; }

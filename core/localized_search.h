@@ -17,6 +17,7 @@
 #define ZEV_CORE_LOCALIZED_SEARCH_H_
 
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -35,12 +36,21 @@ class LocalizedSearch {
   // True when the needle occurs in `text` (UTF-8; invalid bytes count as
   // U+FFFD). An empty needle occurs everywhere.
   bool isFoundIn(std::string_view text);
+  // isFoundIn for each of `texts`, into `found` (as many entries). Faster
+  // than one call per text: the scan's setup is paid once.
+  void findEach(std::span<const std::string_view> texts, bool* found);
+
+  // Makes the search use its 16-byte vector scan where it would use the
+  // 32-byte one, so tests can compare the two.
+  void disableAVX2ForTesting() { m_useAVX2 = false; }
 
  private:
   struct Unicode;  // ICU state, built when first needed
 
   bool findASCII(std::string_view text, bool& sawNonASCII) const;
   bool findUnicode(std::string_view text);
+  // The ASCII mode's answer for text with non-ASCII and no byte-wise match.
+  bool mayFoldIntoMatch(std::string_view text);
   Unicode& unicode();
 
   std::string m_needleUTF8;

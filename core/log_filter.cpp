@@ -22,11 +22,35 @@ std::vector<const LogLine*> LogFilter::apply(std::span<const LogLine> lines,
   const bool anyCamera = camera.empty();
 
   std::vector<const LogLine*> kept;
-  for (const LogLine& line : lines) {
-    if (!anySeverity && line.severity() != severity) continue;
-    if (!anyCamera && line.camera() != std::string_view(camera)) continue;
-    if (finder && !finder->isFoundIn(line.raw())) continue;
-    kept.push_back(&line);
+  if (!finder) {
+    for (const LogLine& line : lines) {
+      if (!anySeverity && line.severity() != severity) continue;
+      if (!anyCamera && line.camera() != std::string_view(camera)) continue;
+      kept.push_back(&line);
+    }
+    return kept;
+  }
+  // The search runs over a chunk of lines at a time, which pays its setup
+  // once per chunk rather than per line and keeps the chunk's scratch in the
+  // first-level cache.
+  constexpr size_t kChunk = 256;
+  const LogLine* chunk[kChunk];
+  std::string_view texts[kChunk];
+  bool found[kChunk];
+  for (size_t first = 0; first < lines.size();) {
+    size_t size = 0;
+    for (; first < lines.size() && size < kChunk; ++first) {
+      const LogLine& line = lines[first];
+      if (!anySeverity && line.severity() != severity) continue;
+      if (!anyCamera && line.camera() != std::string_view(camera)) continue;
+      chunk[size] = &line;
+      texts[size] = line.raw();
+      ++size;
+    }
+    finder->findEach(std::span(texts, size), found);
+    for (size_t i = 0; i < size; ++i) {
+      if (found[i]) kept.push_back(chunk[i]);
+    }
   }
   return kept;
 }

@@ -4,9 +4,12 @@
 #include <unicode/locid.h>
 
 #include <cstddef>
+#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/localized_search.h"
 #include "tests/support/reference_search.h"
@@ -25,5 +28,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   zev::LocalizedSearch search(needle, localeID);
   if (search.isFoundIn(text) != referenceFind(needle, text, localeID)) __builtin_trap();
   if (!needle.empty() && !search.isFoundIn(needle)) __builtin_trap();
+
+  // The batch search, with and without the wide vector scan, over the text's
+  // lines (a log filter's view of it).
+  std::vector<std::string_view> lines;
+  for (size_t from = 0; from <= text.size();) {
+    const size_t end = std::min(text.find('\n', from), text.size());
+    lines.push_back(text.substr(from, end - from));
+    from = end + 1;
+  }
+  zev::LocalizedSearch narrow(needle, localeID);
+  narrow.disableAVX2ForTesting();
+  for (zev::LocalizedSearch* batch : {&search, &narrow}) {
+    const auto found = std::make_unique<bool[]>(lines.size());
+    batch->findEach(lines, found.get());
+    for (size_t i = 0; i < lines.size(); ++i) {
+      if (found[i] != referenceFind(needle, lines[i], localeID)) __builtin_trap();
+    }
+  }
   return 0;
 }

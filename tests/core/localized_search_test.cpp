@@ -10,6 +10,8 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "support/reference_search.h"
 
@@ -73,13 +75,31 @@ TEST(LocalizedSearch, ShortcutsAgreeWithFullUnicodeMatching) {
   for (const char* locale : {"en_US", "tr_TR"}) {
     for (const char* needle : needles) {
       LocalizedSearch search(needle, locale);
-      for (int round = 0; round < 400; ++round) {
-        std::string text;
-        for (int k = static_cast<int>(random() % 40); k >= 0; --k) {
-          text += pieces[random() % std::size(pieces)];
+      std::vector<std::string> texts(400);
+      std::vector<bool> expected;
+      for (std::string& text : texts) {
+        // Long enough, at times, for the 16- and 32-byte vector windows; half
+        // of them ASCII only (the first 13 pieces), where nothing but the
+        // byte-wise search decides.
+        const size_t pool = random() % 2 == 0 ? 13 : std::size(pieces);
+        for (int k = static_cast<int>(random() % 80); k >= 0; --k) {
+          text += pieces[random() % pool];
         }
-        ASSERT_EQ(search.isFoundIn(text), referenceFind(needle, text, locale))
+        if (random() % 4 == 0) text += needle;  // a match at the very end
+        expected.push_back(referenceFind(needle, text, locale));
+        ASSERT_EQ(search.isFoundIn(text), expected.back())
             << locale << " '" << needle << "' in '" << text << "'";
+      }
+      // The batch search, with the wide and the narrow vector scan.
+      const std::vector<std::string_view> views(texts.begin(), texts.end());
+      LocalizedSearch narrow(needle, locale);
+      narrow.disableAVX2ForTesting();
+      for (LocalizedSearch* batch : {&search, &narrow}) {
+        const auto found = std::make_unique<bool[]>(views.size());
+        batch->findEach(views, found.get());
+        for (size_t i = 0; i < views.size(); ++i) {
+          ASSERT_EQ(found[i], expected[i]) << locale << " '" << needle << "' in '" << views[i] << "'";
+        }
       }
     }
   }

@@ -61,6 +61,22 @@ TEST(LogFilterApply, KeepsLinesPassingAllThreeTestsInInputOrder) {
   }
 }
 
+// The search takes lines in chunks; results must stay in order across them,
+// with the severity test applied before.
+TEST(LogFilterApply, SearchOverManyLinesKeepsInputOrder) {
+  std::vector<LogLine> lines;
+  std::vector<const LogLine*> expected;
+  for (int i = 0; i < 700; ++i) {
+    lines.push_back(LogLine::parse(std::string(i % 5 == 0 ? "level=warn" : "level=info") +
+                                   " seq=" + std::to_string(i) +
+                                   (i % 3 == 0 ? " msg=\"Motion started\"" : " msg=idle")));
+  }
+  for (int i = 0; i < 700; ++i) {
+    if (i % 3 == 0 && i % 5 != 0) expected.push_back(&lines[static_cast<size_t>(i)]);
+  }
+  EXPECT_EQ((LogFilter{"motion", LogSeverity::info, ""}.apply(lines, "en_US")), expected);
+}
+
 TEST(LogFilterApply, EmptyInputGivesEmptyOutput) {
   const std::vector<LogLine> none;
   EXPECT_TRUE((LogFilter{"x", LogSeverity::error, "cam"}.apply(none)).empty());
