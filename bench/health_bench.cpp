@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "core/health_status.h"
-#include "core/health_summary.h"
+#include "core/health/health_status.h"
+#include "core/health/health_summary.h"
 
 namespace {
 

@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
-#include "core/log_filter.h"
-#include "core/log_line.h"
-#include "core/log_tail_loader.h"
+#include "core/logs/log_filter.h"
+#include "core/logs/log_line.h"
+#include "core/logs/log_tail_loader.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <string>
 
-#include "core/update_transaction_store.h"
+#include "core/updates/update_transaction_store.h"
 
 namespace {
 

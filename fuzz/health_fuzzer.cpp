@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/health_status.h"
-#include "core/health_summary.h"
+#include "core/health/health_status.h"
+#include "core/health/health_summary.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);

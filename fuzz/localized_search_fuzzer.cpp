@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/localized_search.h"
+#include "core/logs/localized_search.h"
 #include "tests/support/reference_search.h"
 
 using zev::testing_support::referenceFind;

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "core/log_fields.h"
-#include "core/log_line.h"
+#include "core/logs/log_fields.h"
+#include "core/logs/log_line.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/log_tail_loader.h"
+#include "core/logs/log_tail_loader.h"
 
 namespace {
 

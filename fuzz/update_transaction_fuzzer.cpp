@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "core/decoding_error.h"
-#include "core/update_transaction.h"
-#include "core/update_verifier.h"
+#include "core/support/decoding_error.h"
+#include "core/updates/update_transaction.h"
+#include "core/updates/update_verifier.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);

@@ -15,8 +15,8 @@
 #include <iostream>
 #include <sstream>
 
-#include "app/app_delegate.h"
-#include "app/process_runner.h"
+#include "app/shell/app_delegate.h"
+#include "app/shell/process_runner.h"
 #include "platform/linux/bundle_info_linux.h"
 #include "platform/linux/service_manager_linux.h"
 #include "platform/linux/system_log_linux.h"

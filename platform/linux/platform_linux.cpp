@@ -4,7 +4,7 @@
 #include <QDir>
 #include <string>
 
-#include "app/constants.h"
+#include "app/shell/constants.h"
 #include "app/ports/platform.h"
 #include "platform/linux/app_activation_linux.h"
 #include "platform/linux/bundle_info_linux.h"

@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-#include "app/process_runner.h"
+#include "app/shell/process_runner.h"
 
 namespace zev {
 namespace {

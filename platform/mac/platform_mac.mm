@@ -1,6 +1,6 @@
 // The real macOS adapters. Never compiled off Apple; not exercised by the
 // Linux CI.
-#include "app/constants.h"
+#include "app/shell/constants.h"
 #include "app/ports/platform.h"
 
 namespace zev {

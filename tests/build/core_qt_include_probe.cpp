@@ -2,4 +2,4 @@
 // compile: core code has no access to Qt.
 #include <QtCore/QObject>
 
-#include "core/health_summary.h"
+#include "core/health/health_summary.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "core/health_status.h"
-#include "core/health_summary.h"
+#include "core/health/health_status.h"
+#include "core/health/health_summary.h"
 #include "health_document.h"
 
 namespace zev {

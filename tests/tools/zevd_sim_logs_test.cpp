@@ -15,7 +15,7 @@
 #include "log_generator.h"
 #include "tools/sim_process.h"
 
-#include "core/log_line.h"
+#include "core/logs/log_line.h"
 
 namespace zev {
 namespace {

@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "core/health_status.h"
-#include "core/health_summary.h"
+#include "core/health/health_status.h"
+#include "core/health/health_summary.h"
 #include "tools/sim_process.h"
 
 namespace zev {

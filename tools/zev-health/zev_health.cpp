@@ -12,8 +12,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/health_status.h"
-#include "core/health_summary.h"
+#include "core/health/health_status.h"
+#include "core/health/health_summary.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-#include "app/clock.h"
+#include "app/shell/clock.h"
 
 namespace zev::testing {
 

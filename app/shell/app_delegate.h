@@ -1,0 +1,85 @@
+// AppDelegate owns every long-lived object of the launcher and runs the launch
+// sequence: make sure the daemon is present, registered and running, then put
+// the status item into the menu bar / tray.
+//
+// Lives on the GUI thread for the whole run. Operating-system calls go through
+// the Platform it is given, so tests build it with fakes. Nothing here throws
+// to the event loop: every step logs its own failure and the sequence goes on.
+#ifndef ZEV_APP_APP_DELEGATE_H_
+#define ZEV_APP_APP_DELEGATE_H_
+
+#include <QObject>
+#include <QUrl>
+#include <filesystem>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/shell/clock.h"
+#include "app/ports/platform.h"
+
+namespace zev {
+
+class StatusItemController;
+
+class AppDelegate : public QObject {
+  Q_OBJECT
+
+ public:
+  // `standardError` receives the "ZEV launcher: " lines of serious start-up
+  // failures (std::cerr in the application). Construction does no I/O and
+  // touches no port; it aborts the process if the daemon's base URL literal
+  // does not parse, which would be a programming error.
+  AppDelegate(Platform platform, std::ostream& standardError, Clock clock = systemClock(),
+              QObject* parent = nullptr);
+  ~AppDelegate() override;
+
+  // The launch sequence: verifyDaemonPresent, registerLoginItem,
+  // registerAgent, kickstartAgent, installStatusItem. Always runs to the end;
+  // a step that throws is logged and the next one runs.
+  void applicationDidFinishLaunching();
+
+  // Daemon supervision. Each logs its outcome to the launcher log; a missing
+  // daemon and failed registrations also write one "ZEV launcher: " line to
+  // `standardError`. None reports failure to the caller.
+  // Logs whether Contents/Helpers/zevd is an executable file.
+  void verifyDaemonPresent();
+  // Registers the launcher to start at login; "already registered" is normal.
+  void registerLoginItem();
+  // Drops the daemon's agent registration and registers it afresh, so a
+  // changed agent definition or daemon is taken up.
+  void registerAgent();
+  // Restarts the daemon's agent and blocks until the command has exited.
+  void kickstartAgent();
+
+  // Runs `path` with `arguments`, standard streams inherited, and waits.
+  // Throws ProcessLaunchError when it cannot start, ReliabilityError when it
+  // exits non-zero (see app/process_runner.h).
+  static void run(const std::string& path, const std::vector<std::string>& arguments);
+
+  // ZEVReliabilityDirectory from Info.plist when it is a non-empty string
+  // (leading ~ expanded), else ~/.zevd/reliability. Never creates it.
+  std::filesystem::path reliabilityDirectory() const;
+
+  // Builds the status item controller with the five actions and starts polling.
+  void installStatusItem();
+
+  const QUrl& localBase() const { return m_localBase; }
+  // For development and tests only: points the launcher at another daemon
+  // (main.cpp reads it from ZEV_DAEMON_URL). Call before the launch sequence.
+  void setLocalBaseForDevelopment(QUrl base) { m_localBase = std::move(base); }
+  StatusItemController* statusController() const { return m_statusController.get(); }
+  Platform& platform() { return m_platform; }
+
+ private:
+  Platform m_platform;
+  std::ostream& m_standardError;
+  Clock m_clock;
+  QUrl m_localBase;
+  std::unique_ptr<StatusItemController> m_statusController;
+};
+
+}  // namespace zev
+
+#endif  // ZEV_APP_APP_DELEGATE_H_

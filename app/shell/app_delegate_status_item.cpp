@@ -1,0 +1,41 @@
+// AppDelegate::installStatusItem: the status item and the five actions of its
+// popover. Each action holds the delegate weakly and does nothing once the
+// delegate is gone.
+#include <QPointer>
+
+#include "app/shell/app_delegate.h"
+#include "app/status/status_item_controller.h"
+
+namespace zev {
+
+void AppDelegate::installStatusItem() {
+  const QPointer<AppDelegate> self(this);
+  StatusItemActions actions;
+  actions.onOpenWebUI = [self] {
+    if (self) self->platform().workspace->openURL(self->localBase().toString().toStdString());
+  };
+  actions.onRestart = [self] {
+    if (self) self->kickstartAgent();
+  };
+  actions.onViewLogs = [self] {
+    // The log window arrives with the log viewer; until then this is all.
+    if (self) self->platform().launcherLog->info("log window not available yet");
+  };
+  actions.onRevealLogs = [self] {
+    if (!self) return;
+    Platform& platform = self->platform();
+    platform.workspace->revealFile(platform.bundleInfo->homeDirectory() / ".zevd" / "zevd.log");
+  };
+  // No updater exists yet, so checking for updates does nothing.
+  actions.onCheckUpdates = [] {};
+
+  std::unique_ptr<StatusItem> item =
+      m_platform.makeStatusItem ? m_platform.makeStatusItem() : nullptr;
+  auto controller = std::make_unique<StatusItemController>(
+      std::move(item), m_localBase, std::move(actions), *m_platform.statusItemLog,
+      m_platform.activation.get(), m_clock);
+  controller->install();
+  m_statusController = std::move(controller);
+}
+
+}  // namespace zev

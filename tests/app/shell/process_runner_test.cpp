@@ -1,0 +1,70 @@
+#include "app/shell/process_runner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "app/fakes/qt_test_main.h"
+
+namespace zev {
+namespace {
+
+using ::testing::HasSubstr;
+
+TEST(RunInheritingOutput, RaisesTheExitStatusInTheReliabilityDomain) {
+  struct Case {
+    const char* script;
+    int code;  // 0: no error
+  };
+  const Case cases[] = {{"exit 0", 0}, {"exit 3", 3}, {"exit 255", 255}, {"kill -TERM $$", 15}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.script);
+    try {
+      runInheritingOutput("/bin/sh", {"-c", c.script});
+      EXPECT_EQ(c.code, 0) << "no error raised";
+    } catch (const ReliabilityError& error) {
+      EXPECT_EQ(error.code(), c.code);
+      EXPECT_EQ(error.localizedDescription(), "/bin/sh exited " + std::to_string(c.code));
+    }
+  }
+  EXPECT_EQ(ReliabilityError::domain, "ZEVUpdateReliability");
+  EXPECT_THROW(runInheritingOutput("/nonexistent/ditto", {}), ProcessLaunchError);
+  EXPECT_THROW(runInheritingOutput("/etc/hostname", {}), ProcessLaunchError);
+}
+
+TEST(RunCapturingOutput, ReturnsStatusAndMergedOutput_EmptyWhenNotUtf8) {
+  struct Case {
+    const char* script;
+    int status;
+    std::string output;
+  };
+  const Case cases[] = {
+      {"echo one; echo two >&2; echo three; exit 4", 4, "one\ntwo\nthree\n"},
+      {R"(printf 'ZEV \342\200\224 ok')", 0, "ZEV — ok"},
+      {R"(printf 'cut \342\200')", 0, ""},
+      // More than a pipe holds: read while waiting, not only at the end.
+      {"head -c 300000 /dev/zero | tr '\\0' x", 0, std::string(300000, 'x')},
+      // Nothing to read on standard input: end-of-file, not a hang.
+      {"if read answer; then echo got; else echo eof; fi", 0, "eof\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.script);
+    const CapturedRun run =
+        runCapturingOutput("/bin/sh", {"-c", c.script}, std::chrono::seconds(20));
+    EXPECT_EQ(run.exitStatus, c.status);
+    EXPECT_EQ(run.output, c.output);
+  }
+}
+
+TEST(RunCapturingOutput, KillsAChildThatOutlivesTheTimeout) {
+  try {
+    runCapturingOutput("/bin/sh", {"-c", "sleep 30"}, std::chrono::milliseconds(200));
+    ADD_FAILURE() << "no error raised";
+  } catch (const ProcessLaunchError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("did not exit within 200 ms"));
+  }
+}
+
+}  // namespace
+}  // namespace zev
