@@ -10,6 +10,8 @@
 #
 # Included from the top-level list after every subdirectory, so the targets it
 # packs (ZEVLauncher, zevd-sim) are known by then.
+include(${CMAKE_CURRENT_LIST_DIR}/bundle_settings.cmake)
+
 set(ZEV_RELIABILITY_DIRECTORY "" CACHE STRING
     "ZEVReliabilityDirectory written into the bundle's Info.plist (empty: key left out)")
 
@@ -23,10 +25,7 @@ endif()
 
 set(ZEV_INFO_PLIST_EXTRA "")
 if(NOT ZEV_RELIABILITY_DIRECTORY STREQUAL "")
-  string(REPLACE "&" "&amp;" escaped "${ZEV_RELIABILITY_DIRECTORY}")
-  string(REPLACE "<" "&lt;" escaped "${escaped}")
-  set(ZEV_INFO_PLIST_EXTRA
-      "\t<key>ZEVReliabilityDirectory</key>\n\t<string>${escaped}</string>\n")
+  zev_plist_string_entry(ZEV_INFO_PLIST_EXTRA ZEVReliabilityDirectory "${ZEV_RELIABILITY_DIRECTORY}")
 endif()
 
 set(bundle_sources ${CMAKE_CURRENT_LIST_DIR})
@@ -50,6 +49,10 @@ if(TARGET zevd-sim)
     DEPENDS zevd-sim $<TARGET_FILE:zevd-sim>
     COMMENT "Copying zevd-sim into ZEV.app as Contents/Helpers/zevd")
   add_custom_target(ZEVBundleDaemon ALL DEPENDS ${ZEV_BUNDLE_CONTENTS}/Helpers/zevd)
+endif()
+
+if(APPLE)
+  include(${CMAKE_CURRENT_LIST_DIR}/bundle_mac.cmake)
 endif()
 
 # The launcher's smoke test runs the bundled executable.
