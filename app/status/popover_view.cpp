@@ -24,6 +24,7 @@
 
 #include "app/status/health_state.h"
 #include "app/status/status_colors.h"
+#include "app/status/symbol_icon.h"
 
 namespace zev {
 namespace {
@@ -463,8 +464,12 @@ QWidget* PopoverView::buildActions() {
 
   auto* updates = new QToolButton(actions);
   updates->setObjectName("checkUpdatesButton");
-  QIcon icon = QIcon::fromTheme(QStringLiteral("view-refresh"));
-  if (icon.isNull()) icon = drawnRefreshIcon(palette().color(QPalette::ButtonText));
+  // The system's symbol where there is one (macOS), else the icon theme's
+  // (Linux desktops), else a drawn one.
+  const QColor iconColor = palette().color(QPalette::ButtonText);
+  QIcon icon = symbolIcon(QStringLiteral("arrow.triangle.2.circlepath"), iconColor, 16);
+  if (icon.isNull()) icon = QIcon::fromTheme(QStringLiteral("view-refresh"));
+  if (icon.isNull()) icon = drawnRefreshIcon(iconColor);
   updates->setIcon(icon);
   updates->setIconSize(QSize(16, 16));
   updates->setAutoRaise(true);
