@@ -10,6 +10,9 @@ if(NOT SPARKLE_FRAMEWORK MATCHES "/Sparkle\\.framework$")
   message(FATAL_ERROR "Sparkle must be the framework (Sparkle.framework), found ${SPARKLE_FRAMEWORK}")
 endif()
 target_link_libraries(ZEVLauncherApp PUBLIC ${SPARKLE_FRAMEWORK})
+# The adapters call Foundation and Core Graphics directly (system_symbol_mac
+# draws through a bitmap context); AppKit does not re-export their symbols.
+target_link_libraries(ZEVLauncherApp PUBLIC "-framework Foundation" "-framework CoreGraphics")
 
 if(TARGET ZEVLauncher)
   # Sparkle's install name is @rpath/Sparkle.framework/...; the launcher lives
