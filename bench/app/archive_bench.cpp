@@ -28,12 +28,14 @@ int main(int argc, char** argv) {
   const auto info = zev::readInfoPlist(bundle / "Contents/Info.plist");
   std::optional<std::string> key;
   if (info) {
-    if (auto found = info->find(std::string(zev::manifest::publicKeyInfoKey)); found != info->end()) {
+    if (auto found = info->find(std::string(zev::manifest::publicKeyInfoKey));
+        found != info->end()) {
       key = found->second;
     }
   }
   zev::LinuxArchiveTool tool(key);
-  const fs::path scratch = fs::temp_directory_path() / ("archive_bench." + std::to_string(::getpid()));
+  const fs::path scratch =
+      fs::temp_directory_path() / ("archive_bench." + std::to_string(::getpid()));
   std::vector<double> copyMS, verifyMS;
   std::uintmax_t bytes = 0;
   for (const auto& entry : fs::recursive_directory_iterator(bundle)) {

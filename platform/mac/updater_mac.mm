@@ -121,7 +121,9 @@ class MacUpdater : public Updater {
     if (!feed) return std::nullopt;
     return utf8(feed.absoluteString);
   }
-  void checkForUpdatesInBackground() override { [m_controller.updater checkForUpdatesInBackground]; }
+  void checkForUpdatesInBackground() override {
+    [m_controller.updater checkForUpdatesInBackground];
+  }
   // Sparkle's standard user driver shows the progress and the outcome itself.
   void checkForUpdates() override { [m_controller checkForUpdates:nil]; }
 

@@ -41,9 +41,8 @@ inline std::string healthDocument(const std::string& version, const std::vector<
   for (const Stream& s : streams) {
     if (!list.empty()) list += ',';
     list += R"({"id":")" + s.id + R"(","enabled":)" + (s.enabled ? "true" : "false") +
-            R"(,"live":)" + (s.live ? "true" : "false") +
-            R"(,"frame_age_ms":)" + std::to_string(s.frameAgeMS) +
-            R"(,"recording":)" + (s.recording ? "true" : "false") +
+            R"(,"live":)" + (s.live ? "true" : "false") + R"(,"frame_age_ms":)" +
+            std::to_string(s.frameAgeMS) + R"(,"recording":)" + (s.recording ? "true" : "false") +
             (s.lastSegmentMS ? R"(,"last_segment_ms":)" + std::to_string(*s.lastSegmentMS) : "") +
             "}";
   }
