@@ -62,7 +62,7 @@ class UpdateCoordinator : public QObject, public UpdaterDelegate {
   static constexpr std::chrono::milliseconds sentinelInterval{2000};
   static constexpr std::chrono::seconds defaultCertificationWindow{180};
   // Info.plist key that shortens or lengthens the window (whole seconds,
-  // 1 to 86400, as a string or integer); anything else means 180.
+  // 1 to 86400, written as a <string>); anything else means 180.
   static constexpr const char* certificationWindowKey = "ZEVCertificationWindowSeconds";
   // A health answer larger than this is dropped unread.
   static constexpr qint64 maxHealthBodyBytes = 1 << 20;
