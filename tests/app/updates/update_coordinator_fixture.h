@@ -84,9 +84,7 @@ class UpdateHarness {
           UpdateCoordinator::Ports{log, bundleInfo, &updater, tool, &activation}, clock.clock(),
           [this] { return reliability(); }, [this] { return base; });
       m_coordinator->setSentinelPathForTesting((root / "update-trigger").string());
-      m_coordinator->presentCheckFeedback = [this](const UpdateCheckFeedback& feedback) {
-        feedbackShown.push_back(feedback.kind);
-      };
+      m_coordinator->presentCheckFeedback = [](const UpdateCheckFeedback&) {};  // no window
     }
     return *m_coordinator;
   }
@@ -94,16 +92,6 @@ class UpdateHarness {
   fs::path reliability() const { return root / "rel"; }
   UpdateTransactionStore store() const { return UpdateTransactionStore(reliability()); }
   Timestamp now() const { return std::chrono::floor<std::chrono::milliseconds>(clock.now); }
-
-  // Waits (in the test, never in the code under test) for a signal.
-  template <typename Signal>
-  bool waitFor(Signal signal, int count = 1, int timeoutMS = 10000) {
-    QSignalSpy spy(&coordinator(), signal);
-    while (spy.count() < count) {
-      if (!spy.wait(timeoutMS)) return false;
-    }
-    return true;
-  }
 
   QTemporaryDir dir;
   fs::path root = dir.path().toStdString();
@@ -113,7 +101,6 @@ class UpdateHarness {
   std::shared_ptr<FakeArchiveTool> tool = std::make_shared<FakeArchiveTool>();
   FakeAppActivation activation;
   ManualClock clock;
-  std::vector<UpdateCheckFeedback::Kind> feedbackShown;
   std::unique_ptr<HealthServer> server;
   // Port 1 (tcpmux) has no listener here: connections are refused at once.
   QUrl base = QUrl(QStringLiteral("http://127.0.0.1:1"));
