@@ -56,7 +56,11 @@ def check_info(info, where, problems):
     for key in ("CFBundleShortVersionString", "CFBundleVersion"):
         problems.check(isinstance(info.get(key), str) and info[key],
                        "%s: %s missing" % (where, key))
-    for key in ("SUFeedURL", "ZEVReliabilityDirectory"):
+    window = info.get("ZEVCertificationWindowSeconds")
+    if window is not None:
+        problems.check(isinstance(window, str) and window.isdigit(),
+                       "%s: ZEVCertificationWindowSeconds %r is not whole seconds" % (where, window))
+    for key in ("SUFeedURL", "ZEVReliabilityDirectory", "ZEVManifestPublicKey"):
         if key in info:
             problems.check(isinstance(info[key], str), "%s: %s is not a string" % (where, key))
     if "SUPublicEDKey" in info:
