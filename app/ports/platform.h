@@ -7,6 +7,7 @@
 
 #include "app/ports/app_activation.h"
 #include "app/ports/bundle_info.h"
+#include "app/ports/notifier.h"
 #include "app/ports/service_manager.h"
 #include "app/ports/status_item.h"
 #include "app/ports/system_log.h"
@@ -21,6 +22,7 @@ struct Platform {
   std::unique_ptr<BundleInfo> bundleInfo;
   std::unique_ptr<Workspace> workspace;
   std::unique_ptr<AppActivation> activation;
+  std::unique_ptr<Notifier> notifier;  // logs to statusItemLog
   // Creates the menu-bar item; called once, by installStatusItem.
   std::function<std::unique_ptr<StatusItem>()> makeStatusItem;
 };

@@ -15,6 +15,7 @@
 
 #include "app/shell/constants.h"
 #include "app/shell/process_runner.h"
+#include "app/status/notification_controller.h"
 #include "app/status/status_item_controller.h"
 
 namespace zev {

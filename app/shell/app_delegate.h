@@ -11,6 +11,7 @@
 #include <QObject>
 #include <QUrl>
 #include <filesystem>
+#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -21,7 +22,9 @@
 
 namespace zev {
 
+class NotificationController;
 class StatusItemController;
+class UpdateTransaction;
 
 class AppDelegate : public QObject {
   Q_OBJECT
@@ -65,11 +68,22 @@ class AppDelegate : public QObject {
   // Builds the status item controller with the five actions and starts polling.
   void installStatusItem();
 
+  // Desktop notifications over the status item's polls, with the user's
+  // switch in the popover; a click opens the popover, or `openLogWindow` for
+  // a failure. Called by installStatusItem; needs the platform's notifier.
+  void installNotifications(std::function<void()> openLogWindow);
+
+  // Tells the user how an update attempt ended: "ZEV 1.5.0 certified: …" or
+  // "ZEV 1.5.0 update failed". For the certified-update flow, once its
+  // verification has saved the final state; unfinished attempts are ignored.
+  void notifyUpdateFinished(const UpdateTransaction& transaction);
+
   const QUrl& localBase() const { return m_localBase; }
   // For development and tests only: points the launcher at another daemon
   // (main.cpp reads it from ZEV_DAEMON_URL). Call before the launch sequence.
   void setLocalBaseForDevelopment(QUrl base) { m_localBase = std::move(base); }
   StatusItemController* statusController() const { return m_statusController.get(); }
+  NotificationController* notifications() const { return m_notifications.get(); }
   Platform& platform() { return m_platform; }
 
  private:
@@ -78,6 +92,7 @@ class AppDelegate : public QObject {
   Clock m_clock;
   QUrl m_localBase;
   std::unique_ptr<StatusItemController> m_statusController;
+  std::unique_ptr<NotificationController> m_notifications;
 };
 
 }  // namespace zev

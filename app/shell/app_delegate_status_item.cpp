@@ -29,6 +29,8 @@ void AppDelegate::installStatusItem() {
   // No updater exists yet, so checking for updates does nothing.
   actions.onCheckUpdates = [] {};
 
+  std::function<void()> viewLogs = actions.onViewLogs;  // a failure's notification opens it too
+
   std::unique_ptr<StatusItem> item =
       m_platform.makeStatusItem ? m_platform.makeStatusItem() : nullptr;
   auto controller = std::make_unique<StatusItemController>(
@@ -36,6 +38,7 @@ void AppDelegate::installStatusItem() {
       m_platform.activation.get(), m_clock);
   controller->install();
   m_statusController = std::move(controller);
+  installNotifications(std::move(viewLogs));
 }
 
 }  // namespace zev

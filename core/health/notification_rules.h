@@ -39,7 +39,7 @@ enum class NotificationKind {
 
 struct Notification {
   NotificationKind kind;
-  std::string title;  // one line, no markup
+  std::string title;  // one line; only our own words, digits and version characters
   std::string body;   // one line, no markup; may be empty
   NotificationTarget target;
 

@@ -6,6 +6,19 @@
 namespace zev {
 namespace {
 
+// Versions are shown in titles, which some notification servers read as
+// markup: only the characters versions are made of get through.
+std::string versionText(std::string_view version) {
+  std::string kept;
+  for (char c : version) {
+    const bool safe = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                      c == '.' || c == '-' || c == '+' || c == '_' || c == '~';
+    if (safe) kept += c;
+    if (kept.size() > notificationVersionMaxChars) break;
+  }
+  return plainNotificationText(kept, notificationVersionMaxChars);
+}
+
 std::string cameraCountText(const UpdateTransaction& transaction,
                             const std::optional<HealthSummary>& latest) {
   int64_t live = 0;
@@ -33,14 +46,12 @@ std::string cameraCountText(const UpdateTransaction& transaction,
 
 std::optional<Notification> updateNotification(const UpdateTransaction& transaction,
                                                const std::optional<HealthSummary>& latest) {
-  std::string version =
-      plainNotificationText(transaction.targetVersion(), notificationVersionMaxChars);
+  std::string version = versionText(transaction.targetVersion());
   if (version.empty()) version = "update";
   switch (transaction.state()) {
     case UpdateState::certified: {
       std::string body;
-      const std::string from =
-          plainNotificationText(transaction.sourceVersion(), notificationVersionMaxChars);
+      const std::string from = versionText(transaction.sourceVersion());
       if (!from.empty()) body = "Updated from " + from;
       return Notification{
           NotificationKind::updateCertified,

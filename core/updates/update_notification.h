@@ -12,8 +12,8 @@
 
 namespace zev {
 
-// Versions come from the update feed and the transaction file: longer ones
-// are cut.
+// Versions come from the update feed and the transaction file: only letters,
+// digits and . - + _ ~ are shown, and longer ones are cut.
 inline constexpr std::size_t notificationVersionMaxChars = 24;
 
 // "ZEV 1.5.0 certified: all 4 cameras recording" for a certified attempt, or

@@ -28,6 +28,7 @@ Platform makePlatform() {
   platform.bundleInfo = std::move(bundleInfo);
   platform.workspace = std::make_unique<LinuxWorkspace>();
   platform.activation = std::make_unique<LinuxAppActivation>();
+  platform.notifier = makePlatformNotifier(*platform.statusItemLog);
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;
 }

@@ -20,6 +20,7 @@ Platform makePlatform() {
   platform.bundleInfo = makeMacBundleInfo();
   platform.workspace = makeMacWorkspace();
   platform.activation = makeMacAppActivation();
+  platform.notifier = makePlatformNotifier(*platform.statusItemLog);
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;
 }

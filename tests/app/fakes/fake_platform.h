@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "app/fakes/fake_notifier.h"
 #include "app/fakes/fake_service_manager.h"
 #include "app/fakes/fake_system_log.h"
 #include "app/ports/platform.h"
@@ -67,6 +68,7 @@ struct FakePlatform {
     bundleInfo = install<FakeBundleInfo>(m_platform.bundleInfo);
     workspace = install<FakeWorkspace>(m_platform.workspace);
     activation = install<FakeAppActivation>(m_platform.activation);
+    notifier = install<FakeNotifier>(m_platform.notifier);
     m_platform.makeStatusItem = [this]() -> std::unique_ptr<StatusItem> {
       ++statusItemsMade;
       return statusItemFactory ? statusItemFactory() : nullptr;
@@ -85,6 +87,7 @@ struct FakePlatform {
   FakeBundleInfo* bundleInfo;
   FakeWorkspace* workspace;
   FakeAppActivation* activation;
+  FakeNotifier* notifier;
   int statusItemsMade = 0;
   std::function<std::unique_ptr<StatusItem>()> statusItemFactory;
 

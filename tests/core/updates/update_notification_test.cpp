@@ -46,8 +46,11 @@ TEST(UpdateNotification, NamesVersionAndOutcome) {
       {"failed without a reason", attempt(UpdateState::failed), std::nullopt,
        "ZEV 1.5.0 update failed | No reason was recorded"},
       {"a hostile version is cut",
-       attempt(UpdateState::failed, std::string(500, '9') + "<i>", "x"), std::nullopt,
+       attempt(UpdateState::failed, std::string(500, '9'), "x"), std::nullopt,
        "ZEV 99999999999999999999999… update failed | x"},
+      {"markup in a version never reaches the title",
+       attempt(UpdateState::certified, "<b>1.5</b>&amp;\n"), live(1, 1),
+       "ZEV b1.5bamp certified: the camera is recording | Updated from 1.4.2"},
       {"unfinished attempts say nothing", attempt(UpdateState::verifying), std::nullopt, ""},
       {"nor does one being prepared", attempt(UpdateState::preparing), std::nullopt, ""},
   };
