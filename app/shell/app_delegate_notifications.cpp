@@ -20,6 +20,9 @@ void AppDelegate::installNotifications(std::function<void()> openLogWindow) {
     if (!status.isPopoverShown()) status.togglePopover();
   };
   targets.openLogWindow = std::move(openLogWindow);
+  // The old controller lets go of the notifier's click handler when it goes,
+  // so it must go before the new one takes it.
+  m_notifications.reset();
   m_notifications = std::make_unique<NotificationController>(
       *m_platform.notifier, *m_platform.statusItemLog, NotificationSettings(), std::move(targets),
       m_clock);
