@@ -56,6 +56,7 @@ FreedesktopNotifier::FreedesktopNotifier(QDBusConnection bus, SystemLog& log, QO
     w->deleteLater();
     const QDBusPendingReply<QStringList> reply = *w;
     if (!reply.isError()) m_bodyMarkup = reply.value().contains(QStringLiteral("body-markup"));
+    emit capabilitiesFinished();
   });
 }
 

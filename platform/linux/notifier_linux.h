@@ -43,6 +43,8 @@ class FreedesktopNotifier : public QObject, public Notifier {
  signals:
   // After the service answered a Notify call (or failed to), for tests.
   void notifyFinished(bool ok);
+  // After GetCapabilities answered (or failed), for tests.
+  void capabilitiesFinished();
 
  private slots:
   void onActionInvoked(uint id, const QString& actionKey);
