@@ -23,9 +23,9 @@ void AppDelegate::installNotifications(std::function<void()> openLogWindow) {
   // The old controller lets go of the notifier's click handler when it goes,
   // so it must go before the new one takes it.
   m_notifications.reset();
-  m_notifications = std::make_unique<NotificationController>(
-      *m_platform.notifier, *m_platform.statusItemLog, NotificationSettings(), std::move(targets),
-      m_clock);
+  m_notifications =
+      std::make_unique<NotificationController>(*m_platform.notifier, *m_platform.statusItemLog,
+                                               NotificationSettings(), std::move(targets), m_clock);
 
   StatusItemController* status = m_statusController.get();
   connect(status, &StatusItemController::pollApplied, this, [this, status] {

@@ -44,8 +44,7 @@ void NotificationController::updateFinished(const UpdateTransaction& transaction
 void NotificationController::setEnabled(bool enabled) {
   m_enabled = enabled;
   if (!m_settings.setNotificationsEnabled(enabled)) {
-    m_log.error("could not save the notification setting to " +
-                m_settings.path().toStdString());
+    m_log.error("could not save the notification setting to " + m_settings.path().toStdString());
   }
   m_log.info(enabled ? "notifications turned on" : "notifications turned off");
 }

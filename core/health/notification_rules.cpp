@@ -49,8 +49,8 @@ std::string cameraList(const HealthSummary& summary) {
     }
   }
   if (down.empty()) return {};
-  std::string text = down.size() == 1 ? "Camera down: " : std::to_string(down.size()) +
-                                                              " cameras down: ";
+  std::string text =
+      down.size() == 1 ? "Camera down: " : std::to_string(down.size()) + " cameras down: ";
   for (std::size_t i = 0; i < down.size(); ++i) {
     if (i) text += ", ";
     text += down[i];

@@ -60,11 +60,11 @@ std::string plainNotificationText(std::string_view text, std::size_t maxChars);
 
 // Why a poll produced no health document.
 enum class PollFailure {
-  none,          // a document was decoded
-  unreachable,   // refused, reset, no route
-  timedOut,      // no answer within the request's time-out
-  httpStatus,    // answered with another status than 200
-  undecodable,   // a 200 whose body is missing or does not decode
+  none,         // a document was decoded
+  unreachable,  // refused, reset, no route
+  timedOut,     // no answer within the request's time-out
+  httpStatus,   // answered with another status than 200
+  undecodable,  // a 200 whose body is missing or does not decode
 };
 
 // One poll as the rules see it.

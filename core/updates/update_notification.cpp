@@ -53,12 +53,11 @@ std::optional<Notification> updateNotification(const UpdateTransaction& transact
       std::string body;
       const std::string from = versionText(transaction.sourceVersion());
       if (!from.empty()) body = "Updated from " + from;
-      return Notification{
-          NotificationKind::updateCertified,
-          plainNotificationText("ZEV " + version + " certified" +
-                                    cameraCountText(transaction, latest),
-                                notificationTitleMaxChars),
-          body, NotificationTarget::popover};
+      return Notification{NotificationKind::updateCertified,
+                          plainNotificationText("ZEV " + version + " certified" +
+                                                    cameraCountText(transaction, latest),
+                                                notificationTitleMaxChars),
+                          body, NotificationTarget::popover};
     }
     case UpdateState::failed:
     case UpdateState::rolledBack: {
@@ -68,10 +67,10 @@ std::optional<Notification> updateNotification(const UpdateTransaction& transact
         reason = transaction.state() == UpdateState::rolledBack ? "The previous build was restored"
                                                                 : "No reason was recorded";
       }
-      return Notification{NotificationKind::updateFailed,
-                          plainNotificationText("ZEV " + version + " update failed",
-                                                notificationTitleMaxChars),
-                          reason, NotificationTarget::logWindow};
+      return Notification{
+          NotificationKind::updateFailed,
+          plainNotificationText("ZEV " + version + " update failed", notificationTitleMaxChars),
+          reason, NotificationTarget::logWindow};
     }
     case UpdateState::preparing:
     case UpdateState::installing:

@@ -16,11 +16,13 @@ const QString kPath = QStringLiteral("/org/freedesktop/Notifications");
 const QString kInterface = QStringLiteral("org.freedesktop.Notifications");
 constexpr int kErrorTextMaxChars = 200;
 
-QString qs(const std::string& text) { return QString::fromUtf8(text.data(), qsizetype(text.size())); }
+QString qs(const std::string& text) {
+  return QString::fromUtf8(text.data(), qsizetype(text.size()));
+}
 
 bool isHealthKind(NotificationKind kind) {
-  return kind == NotificationKind::recordingStopped || kind == NotificationKind::recordingDegraded ||
-         kind == NotificationKind::recordingHealthy;
+  return kind == NotificationKind::recordingStopped ||
+         kind == NotificationKind::recordingDegraded || kind == NotificationKind::recordingHealthy;
 }
 
 // Urgency hint: 0 low, 1 normal, 2 critical (stays until dismissed).
@@ -49,8 +51,8 @@ FreedesktopNotifier::FreedesktopNotifier(QDBusConnection bus, SystemLog& log, QO
                 SLOT(onActionInvoked(uint, QString)));
   m_bus.connect(QString(), kPath, kInterface, QStringLiteral("NotificationClosed"), this,
                 SLOT(onNotificationClosed(uint, uint)));
-  const QDBusMessage call =
-      QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("GetCapabilities"));
+  const QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, kInterface,
+                                                           QStringLiteral("GetCapabilities"));
   auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call, callTimeoutMS), this);
   connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* w) {
     w->deleteLater();

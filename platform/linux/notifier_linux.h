@@ -58,7 +58,7 @@ class FreedesktopNotifier : public QObject, public Notifier {
   SystemLog& m_log;
   std::function<void(NotificationTarget)> m_handler;
   std::deque<std::pair<uint, NotificationTarget>> m_shown;  // newest last
-  std::optional<bool> m_bodyMarkup;  // unknown until GetCapabilities answers
+  std::optional<bool> m_bodyMarkup;                         // unknown until GetCapabilities answers
   bool m_unavailableLogged = false;
   uint m_healthNotificationId = 0;  // the one a new health notification replaces
 };

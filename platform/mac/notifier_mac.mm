@@ -43,7 +43,8 @@ namespace {
 NSString* ns(const std::string& text) {
   return [[NSString alloc] initWithBytes:text.data()
                                   length:text.size()
-                                encoding:NSUTF8StringEncoding] ?: @"";
+                                encoding:NSUTF8StringEncoding]
+             ?: @"";
 }
 
 }  // namespace
@@ -62,19 +63,20 @@ class MacNotifier : public Notifier {
     UNUserNotificationCenter* center = UNUserNotificationCenter.currentNotificationCenter;
     center.delegate = m_delegate;
     SystemLog* logPointer = &m_log;
-    [center requestAuthorizationWithOptions:(UNAuthorizationOptionAlert | UNAuthorizationOptionSound)
-                          completionHandler:^(BOOL granted, NSError* error) {
-                            dispatch_async(dispatch_get_main_queue(), ^{
-                              auto alive = state.lock();
-                              if (!alive) return;
-                              alive->allowed = granted;
-                              if (!granted) {
-                                logPointer->info(
-                                    "desktop notifications not allowed by the user; state changes "
-                                    "are only logged");
-                              }
-                            });
-                          }];
+    [center
+        requestAuthorizationWithOptions:(UNAuthorizationOptionAlert | UNAuthorizationOptionSound)
+                      completionHandler:^(BOOL granted, NSError* error) {
+                        dispatch_async(dispatch_get_main_queue(), ^{
+                          auto alive = state.lock();
+                          if (!alive) return;
+                          alive->allowed = granted;
+                          if (!granted) {
+                            logPointer->info(
+                                "desktop notifications not allowed by the user; state changes "
+                                "are only logged");
+                          }
+                        });
+                      }];
   }
 
   ~MacNotifier() override {

@@ -45,10 +45,14 @@ struct Poll {
 
 PollObservation observation(char what) {
   switch (what) {
-    case 'g': return {HealthStatus::green, &kHealthy, PollFailure::none};
-    case 'y': return {HealthStatus::yellow, &kDegraded, PollFailure::none};
-    case 'd': return {HealthStatus::red, &kAllDown, PollFailure::none};
-    default: return {HealthStatus::red, nullptr, PollFailure::unreachable};
+    case 'g':
+      return {HealthStatus::green, &kHealthy, PollFailure::none};
+    case 'y':
+      return {HealthStatus::yellow, &kDegraded, PollFailure::none};
+    case 'd':
+      return {HealthStatus::red, &kAllDown, PollFailure::none};
+    default:
+      return {HealthStatus::red, nullptr, PollFailure::unreachable};
   }
 }
 
@@ -65,7 +69,8 @@ TEST(HealthNotificationRules, NotifiesOncePerConfirmedChange) {
        {"@10 ZEV recording stopped | The daemon is unreachable"}},
       {"one red poll is flapping", {{'g', 0}, {'r', 5}, {'g', 10}, {'r', 15}, {'g', 20}}, {}},
       {"alternating red and yellow never settles",
-       {{'g', 0}, {'r', 5}, {'y', 10}, {'r', 15}, {'y', 20}}, {}},
+       {{'g', 0}, {'r', 5}, {'y', 10}, {'r', 15}, {'y', 20}},
+       {}},
       {"second poll too soon (popover opened) waits for the next",
        {{'g', 0}, {'d', 5}, {'d', 6}, {'d', 10}},
        {"@10 ZEV recording stopped | All 4 cameras are down"}},

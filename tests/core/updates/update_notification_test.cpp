@@ -10,8 +10,13 @@ namespace {
 UpdateTransaction attempt(UpdateState state, std::string target = "1.5.0",
                           std::optional<std::string> reason = std::nullopt) {
   const Timestamp at = timestampFromMillisecondsSince1970(1763683200000);
-  UpdateBaseline baseline{at, 5, {{"cam1/main", true, 1}, {"cam1/sub", true, 1}, {"cam2/main", true, 1},
-                                  {"cam3/main", true, 1}, {"cam4/main", true, 1}}};
+  UpdateBaseline baseline{at,
+                          5,
+                          {{"cam1/main", true, 1},
+                           {"cam1/sub", true, 1},
+                           {"cam2/main", true, 1},
+                           {"cam3/main", true, 1},
+                           {"cam4/main", true, 1}}};
   UpdateTransaction transaction("1.4.2", std::move(target), baseline, "/a", at, Uuid());
   transaction.setState(state);
   transaction.setFailureReason(std::move(reason));
@@ -45,9 +50,8 @@ TEST(UpdateNotification, NamesVersionAndOutcome) {
        "ZEV 1.5.0 update failed | verification timed out after 180 s"},
       {"failed without a reason", attempt(UpdateState::failed), std::nullopt,
        "ZEV 1.5.0 update failed | No reason was recorded"},
-      {"a hostile version is cut",
-       attempt(UpdateState::failed, std::string(500, '9'), "x"), std::nullopt,
-       "ZEV 99999999999999999999999… update failed | x"},
+      {"a hostile version is cut", attempt(UpdateState::failed, std::string(500, '9'), "x"),
+       std::nullopt, "ZEV 99999999999999999999999… update failed | x"},
       {"markup in a version never reaches the title",
        attempt(UpdateState::certified, "<b>1.5</b>&amp;\n"), live(1, 1),
        "ZEV b1.5bamp certified: the camera is recording | Updated from 1.4.2"},

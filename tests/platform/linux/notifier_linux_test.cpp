@@ -34,14 +34,15 @@ class PrivateBus {
     const QString config = m_dir.filePath("bus.conf");
     QFile file(config);
     if (!file.open(QIODevice::WriteOnly)) return;
-    file.write(QStringLiteral(
-                   "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
-                   "1.0//EN\" \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">"
-                   "<busconfig><type>session</type><listen>unix:dir=%1</listen>"
-                   "<auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\"/>"
-                   "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>")
-                   .arg(m_dir.path())
-                   .toUtf8());
+    file.write(
+        QStringLiteral(
+            "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
+            "1.0//EN\" \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">"
+            "<busconfig><type>session</type><listen>unix:dir=%1</listen>"
+            "<auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\"/>"
+            "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>")
+            .arg(m_dir.path())
+            .toUtf8());
     file.close();
     m_daemon.start("dbus-daemon", {"--config-file=" + config, "--nofork", "--print-address"});
     if (m_daemon.waitForReadyRead(5000)) address = QString::fromUtf8(m_daemon.readLine()).trimmed();
@@ -191,8 +192,9 @@ TEST_F(FreedesktopNotifierTest, AMissingServiceIsLoggedOnceUntilItWorksAgain) {
   EXPECT_FALSE(show(*notifier, kHealthy));
   EXPECT_FALSE(show(*notifier, kCertified));
   ASSERT_EQ(log.messages().size(), 1u);
-  EXPECT_THAT(log.messages()[0], ::testing::StartsWith("desktop notifications unavailable ("
-                                                       "org.freedesktop.DBus.Error.ServiceUnknown"));
+  EXPECT_THAT(log.messages()[0],
+              ::testing::StartsWith("desktop notifications unavailable ("
+                                    "org.freedesktop.DBus.Error.ServiceUnknown"));
   startServer({});
   EXPECT_TRUE(show(*notifier, kStopped));
   EXPECT_EQ(log.messages().back(), "desktop notifications work again");
