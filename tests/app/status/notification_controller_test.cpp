@@ -96,14 +96,21 @@ class NotificationsTest : public ::testing::Test {
 TEST_F(NotificationsTest, PollsOfARealDaemonBecomeOneNotificationPerChange) {
   const HealthServer::Response unavailable{503, kHealthy};
   const HealthServer::Response garbage{200, "{\"ok\":tru"};
+  const HealthServer::Response slow{200, kHealthy, 1500ms};  // past the 500 ms time-out
   pollAfter(5, unavailable);
   pollAfter(5, unavailable);
   pollAfter(5, unavailable);
+  pollAfter(5, {200, kHealthy});
+  pollAfter(5, {200, kHealthy});
+  pollAfter(5, slow);
+  pollAfter(5, slow);
   pollAfter(5, {200, kHealthy});
   pollAfter(5, {200, kHealthy});
   pollAfter(5, garbage);
   pollAfter(5, garbage);
   EXPECT_THAT(shown(), ElementsAre("ZEV recording stopped | The daemon answered HTTP 503",
+                                   "ZEV recording is healthy again | 2/2 cameras live",
+                                   "ZEV recording stopped | The daemon did not answer in time",
                                    "ZEV recording is healthy again | 2/2 cameras live",
                                    "ZEV recording stopped | The daemon's health report could not "
                                    "be read"));
