@@ -14,17 +14,18 @@
 #include <functional>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "app/shell/clock.h"
+#include "core/updates/update_transaction.h"
 #include "app/ports/platform.h"
 
 namespace zev {
 
 class NotificationController;
 class StatusItemController;
-class UpdateTransaction;
 
 class AppDelegate : public QObject {
   Q_OBJECT
@@ -76,6 +77,7 @@ class AppDelegate : public QObject {
   // Tells the user how an update attempt ended: "ZEV 1.5.0 certified: …" or
   // "ZEV 1.5.0 update failed". For the certified-update flow, once its
   // verification has saved the final state; unfinished attempts are ignored.
+  // One that ends before the status item is installed is shown once it is.
   void notifyUpdateFinished(const UpdateTransaction& transaction);
 
   const QUrl& localBase() const { return m_localBase; }
@@ -93,6 +95,7 @@ class AppDelegate : public QObject {
   QUrl m_localBase;
   std::unique_ptr<StatusItemController> m_statusController;
   std::unique_ptr<NotificationController> m_notifications;
+  std::optional<UpdateTransaction> m_finishedUpdateToAnnounce;
 };
 
 }  // namespace zev

@@ -33,13 +33,20 @@ void AppDelegate::installNotifications(std::function<void()> openLogWindow) {
       m_notifications->observePoll(status->lastPollObservation());
     }
   });
+  if (m_finishedUpdateToAnnounce) {
+    notifyUpdateFinished(*m_finishedUpdateToAnnounce);
+    m_finishedUpdateToAnnounce.reset();
+  }
   status->popover()->setNotificationsToggle(m_notifications->enabled(), [self](bool on) {
     if (self && self->m_notifications) self->m_notifications->setEnabled(on);
   });
 }
 
 void AppDelegate::notifyUpdateFinished(const UpdateTransaction& transaction) {
-  if (!m_notifications) return;
+  if (!m_notifications) {
+    m_finishedUpdateToAnnounce = transaction;
+    return;
+  }
   std::optional<HealthSummary> latest;
   if (m_statusController) latest = m_statusController->state().summary();
   m_notifications->updateFinished(transaction, latest);
