@@ -509,6 +509,23 @@ void PopoverView::hideEvent(QHideEvent* event) {
   emit closed();
 }
 
+void PopoverView::setNotificationsToggle(bool checked, std::function<void(bool)> onToggled) {
+  auto* menu = findChild<QMenu*>(QStringLiteral("logsMenu"));
+  if (!menu) return;
+  auto* toggle = menu->findChild<QAction*>(QStringLiteral("notificationsAction"));
+  if (!toggle) {
+    menu->addSeparator();
+    toggle = menu->addAction(QStringLiteral("Desktop Notifications"));
+    toggle->setObjectName(QStringLiteral("notificationsAction"));
+    toggle->setCheckable(true);
+  }
+  toggle->disconnect(this);
+  toggle->setChecked(checked);
+  connect(toggle, &QAction::toggled, this, [onToggled = std::move(onToggled)](bool on) {
+    if (onToggled) onToggled(on);
+  });
+}
+
 QPoint popoverPosition(QSize size, std::optional<QRect> anchor, QPoint cursor, QRect screen) {
   const bool anchored = anchor && anchor->isValid() && !anchor->isEmpty();
   const QRect target = anchored ? *anchor : QRect(cursor, QSize(1, 1));
