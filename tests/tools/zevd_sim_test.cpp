@@ -2,7 +2,6 @@
 // port with HOME in a temporary directory and talks to it over HTTP.
 #include <httplib.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <atomic>
 #include <fstream>
@@ -93,14 +92,6 @@ TEST_F(ZevdSim, ScenariosAnswerAsNamed) {
   EXPECT_EQ(post("/sim/scenario?name=slow&seconds=-1").status, 400);
 }
 
-TEST_F(ZevdSim, SlowScenarioAnswersOnlyAfterItsDelay) {
-  start({"--scenario", "slow", "--slow-seconds", "2", "--log-rate", "0", "--err-rate", "0"});
-  EXPECT_FALSE(get("/api/health", 500ms).answered);
-  const Fetched patient = get("/api/health", 10s);
-  ASSERT_EQ(patient.status, 200);
-  EXPECT_TRUE(decodeHealth(patient.body).has_value());
-}
-
 TEST_F(ZevdSim, HangingHealthEndpointLeavesTheRestAnswering) {
   start({"--scenario", "hang", "--log-rate", "0", "--err-rate", "0"});
   // More hung requests at once than a fixed pool of workers would survive.
@@ -146,18 +137,6 @@ TEST_F(ZevdSim, VersionEndpointPlaysTheDaemonSideOfAnUpdate) {
   EXPECT_EQ(post("/sim/version").status, 400);
 }
 
-TEST_F(ZevdSim, TouchesTheSentinelAtStartAndOnRequest) {
-  const auto sentinel = home.path() / "trigger";
-  start({"--touch-sentinel", "--log-rate", "0", "--err-rate", "0"});
-  ASSERT_TRUE(std::filesystem::exists(sentinel));
-
-  // Put the modification date an hour back, as a launcher would have seen it.
-  const auto old = std::filesystem::file_time_type::clock::now() - 1h;
-  std::filesystem::last_write_time(sentinel, old);
-  ASSERT_EQ(post("/sim/sentinel").status, 200);
-  EXPECT_GT(std::filesystem::last_write_time(sentinel), old + 50min);
-}
-
 TEST_F(ZevdSim, ScenarioFileIsMergedOverTheHealthyDocument) {
   struct Case {
     const char* name;
@@ -191,17 +170,6 @@ TEST_F(ZevdSim, ScenarioFileIsMergedOverTheHealthyDocument) {
   }
 }
 
-TEST_F(ZevdSim, StatusPageShowsTheSameHealth) {
-  start({"--scenario", "partial", "--log-rate", "0", "--err-rate", "0"});
-  const Fetched page = get("/");
-  ASSERT_EQ(page.status, 200);
-  EXPECT_EQ(page.contentType, "text/html; charset=utf-8");
-  for (const char* text : {"Front door", "Back yard", "1.8.3", "class=\"down\"", "partial"}) {
-    EXPECT_NE(page.body.find(text), std::string::npos) << text;
-  }
-
-}
-
 TEST_F(ZevdSim, KeepsServingWhenTheLogsCannotBeWritten) {
   // HOME is a plain file, so $HOME/.zevd can never be created.
   const auto notADirectory = home.path() / "home-file";
@@ -216,16 +184,6 @@ TEST_F(ZevdSim, KeepsServingWhenTheLogsCannotBeWritten) {
   EXPECT_NE(output.find("cannot write the logs"), std::string::npos) << output;
   // Said once, not once per line.
   EXPECT_EQ(output.find("cannot write the logs"), output.rfind("cannot write the logs"));
-}
-
-TEST_F(ZevdSim, ATakenPortIsAnError) {
-  start({"--log-rate", "0", "--err-rate", "0"});
-  const auto second = testing::runSim(
-      {"--listen", "127.0.0.1:" + std::to_string(sim->port()), "--log-rate", "0"}, home.path());
-  EXPECT_EQ(second.code, 1) << second.output;
-  EXPECT_NE(second.output.find("cannot listen on 127.0.0.1:" + std::to_string(sim->port())),
-            std::string::npos)
-      << second.output;
 }
 
 TEST(ZevdSimCommandLine, RefusesWhatItCannotRun) {

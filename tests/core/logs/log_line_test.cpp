@@ -145,18 +145,6 @@ TEST(StableID, IsFNV1aInBareLowerCaseHex) {
   EXPECT_EQ(LogLine::parse("").id(), "cbf29ce484222325");
 }
 
-TEST(StableID, HashesInBulkAsOneByOne) {
-  std::string texts[11];
-  std::string_view views[11];
-  for (size_t i = 0; i < 11; ++i) {
-    texts[i] = std::string(i * 7 % 13, static_cast<char>('a' + i)) + "\xC3\xA9";
-    views[i] = texts[i];
-  }
-  uint64_t hashes[11];
-  stableHashes(views, 11, hashes);
-  for (size_t i = 0; i < 11; ++i) EXPECT_EQ(hashes[i], stableHash(views[i])) << i;
-}
-
 TEST(LogLine, EqualityComparesEveryField_AndCopiesOutliveTheOriginal) {
   const LogLine built("id", "raw", std::nullopt, LogSeverity::info, "cam", "message");
   EXPECT_NE(built, LogLine("id", "raw", "", LogSeverity::info, "cam", "message"));
