@@ -106,7 +106,7 @@ TEST_F(LinuxServiceManagerTest, AgentRegisterChecksLinksAndEnables_AndMapsAlread
     std::string output;
     std::optional<int> code;  // nothing: registered
     int calls;                // how far it got: is-enabled, link, enable
-    std::string status;       // is-enabled's answer afterwards, where the fake keeps it
+    std::string status;       // statusDescription afterwards ("": not asked)
   };
   const Case cases[] = {
       {"first registration", nullptr, 0, "", std::nullopt, 3, "enabled"},
@@ -115,7 +115,8 @@ TEST_F(LinuxServiceManagerTest, AgentRegisterChecksLinksAndEnables_AndMapsAlread
       {"linked from another bundle", "link", 1,
        "Failed to link unit, file \"" + linked +
            "\" already exists and is a symlink to \"/old/ZEV.app/com.zev.zevd.service\".\n",
-       ServiceError::alreadyRegistered, 2, ""},
+       ServiceError::alreadyRegistered, 2,
+       "unknown (Failed to get unit file state for com.zev.zevd.service: No such file or directory)"},
       {"masked", "enable", 1, "Failed to enable unit: Unit file " + linked + " is masked.\n", 1, 3,
        "linked"},
   };
