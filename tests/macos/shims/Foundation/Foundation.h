@@ -6,6 +6,7 @@
 
 #include_next <Foundation/Foundation.h>
 
+#include <dispatch/dispatch.h>  // a Mac's Foundation brings Grand Central Dispatch
 #include <stdint.h>
 
 typedef int32_t OSStatus;
