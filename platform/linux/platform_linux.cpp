@@ -8,6 +8,7 @@
 #include "app/ports/platform.h"
 #include "platform/linux/app_activation_linux.h"
 #include "platform/linux/bundle_info_linux.h"
+#include "platform/linux/no_feed_updater_linux.h"
 #include "platform/linux/service_manager_linux.h"
 #include "platform/linux/workspace_linux.h"
 
@@ -28,6 +29,8 @@ Platform makePlatform() {
   platform.bundleInfo = std::move(bundleInfo);
   platform.workspace = std::make_unique<LinuxWorkspace>();
   platform.activation = std::make_unique<LinuxAppActivation>();
+  // Until Linux has an updater of its own: no feed, and checks find nothing.
+  platform.updater = std::make_unique<NoFeedUpdater>();
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;
 }
