@@ -24,7 +24,8 @@ struct Platform {
   std::unique_ptr<Workspace> workspace;
   std::unique_ptr<AppActivation> activation;
   std::unique_ptr<Updater> updater;
-  std::unique_ptr<ArchiveTool> archiveTool;
+  // Shared: a running archiving step keeps it alive on its worker thread.
+  std::shared_ptr<ArchiveTool> archiveTool;
   // Creates the menu-bar item; called once, by installStatusItem.
   std::function<std::unique_ptr<StatusItem>()> makeStatusItem;
 };

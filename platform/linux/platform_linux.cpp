@@ -7,7 +7,9 @@
 #include "app/shell/constants.h"
 #include "app/ports/platform.h"
 #include "platform/linux/app_activation_linux.h"
+#include "platform/linux/archive_tool_linux.h"
 #include "platform/linux/bundle_info_linux.h"
+#include "platform/linux/bundle_manifest.h"
 #include "platform/linux/no_feed_updater_linux.h"
 #include "platform/linux/service_manager_linux.h"
 #include "platform/linux/workspace_linux.h"
@@ -26,6 +28,9 @@ Platform makePlatform() {
       makeSystemLog(std::string(logSubsystem), std::string(statusItemLogCategory));
   platform.serviceManager =
       std::make_unique<LinuxServiceManager>(bundle, executable, xdgConfigHome(home));
+  // The key is the running bundle's: a copy is never trusted to vouch for itself.
+  platform.archiveTool = std::make_unique<LinuxArchiveTool>(
+      bundleInfo->stringValue(std::string(manifest::publicKeyInfoKey)));
   platform.bundleInfo = std::move(bundleInfo);
   platform.workspace = std::make_unique<LinuxWorkspace>();
   platform.activation = std::make_unique<LinuxAppActivation>();
