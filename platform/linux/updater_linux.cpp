@@ -244,11 +244,13 @@ void LinuxUpdater::beginCheck(Origin origin) {
   connect(reply, &QNetworkReply::finished, this, [this, reply, body, tooLarge, origin] {
     reply->deleteLater();
     if (*tooLarge) return endCheck(origin, "the feed is larger than 1 MiB");
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (status != 0 && status != 200) {
+      return endCheck(origin, "the feed answered HTTP " + std::to_string(status));
+    }
     if (reply->error() != QNetworkReply::NoError) {
       return endCheck(origin, "cannot read the feed: " + reply->errorString().toStdString());
     }
-    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (status != 200) return endCheck(origin, "the feed answered HTTP " + std::to_string(status));
     feedArrived(origin, *body);
   });
 }
@@ -360,12 +362,12 @@ void LinuxUpdater::download(Origin origin, const AppcastItem& item, const QUrl& 
             reply->deleteLater();
             const bool closed = out->flush() && (out->close(), out->error() == QFile::NoError);
             std::string error = *failure;
+            const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+            if (error.empty() && status != 0 && status != 200) {
+              error = "download failed: HTTP " + std::to_string(status);
+            }
             if (error.empty() && reply->error() != QNetworkReply::NoError) {
               error = "download failed: " + reply->errorString().toStdString();
-            }
-            const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-            if (error.empty() && status != 200) {
-              error = "download failed: HTTP " + std::to_string(status);
             }
             if (error.empty() && item.length && static_cast<std::uint64_t>(*written) != *item.length) {
               error = "truncated download: " + std::to_string(*written) + " of " +

@@ -1,0 +1,310 @@
+#include "platform/linux/updater_linux.h"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <unistd.h>
+
+#include <QSignalSpy>
+#include <fstream>
+#include <thread>
+
+#include "app/fakes/fake_platform.h"
+#include "app/fakes/fake_system_log.h"
+#include "app/fakes/qt_test_main.h"
+#include "platform/linux/bundle_manifest.h"
+#include "support/archive_builder.h"
+#include "support/scratch_directory.h"
+
+namespace zev {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ArchiveEntrySpec;
+using T = ArchiveEntrySpec::Type;
+
+// Serves /appcast.xml and /update.tar.xz on an ephemeral loopback port.
+class FeedServer {
+ public:
+  FeedServer() {
+    m_server.Get("/appcast.xml", [this](const httplib::Request&, httplib::Response& res) {
+      std::lock_guard lock(m_mutex);
+      res.set_content(feed, "application/rss+xml");
+    });
+    m_server.Get("/update.tar.xz", [this](const httplib::Request&, httplib::Response& res) {
+      std::lock_guard lock(m_mutex);
+      res.set_content(archive, "application/x-xz");
+    });
+    m_port = m_server.bind_to_any_port("127.0.0.1");
+    m_thread = std::thread([this] { m_server.listen_after_bind(); });
+  }
+  ~FeedServer() {
+    m_server.stop();
+    m_thread.join();
+  }
+  std::string url(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(m_port) + path;
+  }
+  void set(std::string feedText, std::string archiveBytes) {
+    std::lock_guard lock(m_mutex);
+    feed = std::move(feedText);
+    archive = std::move(archiveBytes);
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::string feed;
+  std::string archive;
+  httplib::Server m_server;
+  int m_port = 0;
+  std::thread m_thread;
+};
+
+class RecordingDelegate : public UpdaterDelegate {
+ public:
+  std::vector<std::string> offered;  // "quit:<v>" or "relaunch:<v>"
+  std::function<void()> release;
+  std::vector<UpdateCheckFeedback::Kind> feedback;
+  std::string lastError;
+
+  bool willInstallUpdateOnQuit(const UpdateItem& item, std::function<void()> go) override {
+    offered.push_back("quit:" + item.versionString);
+    release = std::move(go);
+    return true;
+  }
+  bool shouldPostponeRelaunchForUpdate(const UpdateItem& item, std::function<void()> go) override {
+    offered.push_back("relaunch:" + item.versionString);
+    release = std::move(go);
+    return true;
+  }
+  bool supportsGentleScheduledUpdateReminders() override { return true; }
+  bool standardUserDriverShouldHandleShowingScheduledUpdate(const UpdateItem&, bool) override {
+    return false;
+  }
+  void standardUserDriverWillHandleShowingUpdate(bool, const UpdateItem&,
+                                                 const UserUpdateState&) override {}
+  void standardUserDriverDidReceiveUserAttention(const UpdateItem&) override {}
+  void showUserInitiatedCheckFeedback(const UpdateCheckFeedback& f) override {
+    feedback.push_back(f.kind);
+    if (f.kind == UpdateCheckFeedback::Kind::error) lastError = f.errorDescription;
+    if (f.kind == UpdateCheckFeedback::Kind::updateAvailable && f.install) f.install();
+  }
+};
+
+std::string bytesOf(const std::vector<std::uint8_t>& bytes) {
+  return std::string(bytes.begin(), bytes.end());
+}
+
+std::string feedFor(const std::string& version, const std::string& archiveURL,
+                    std::size_t length, const std::string& signature) {
+  return "<?xml version=\"1.0\"?><rss version=\"2.0\" "
+         "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>"
+         "<item><title>ZEV " + version + "</title><sparkle:version>" + version +
+         "</sparkle:version><enclosure url=\"" + archiveURL + "\" length=\"" +
+         std::to_string(length) + "\" type=\"application/x-xz\"" +
+         (signature.empty() ? "" : " sparkle:edSignature=\"" + signature + "\"") +
+         "/></item></channel></rss>";
+}
+
+std::vector<ArchiveEntrySpec> bundleEntries(const std::string& version) {
+  return {{T::file, "ZEV.app/Contents/Info.plist", version},
+          {T::file, "ZEV.app/Contents/Linux/ZEVLauncher", "#!/bin/sh\n", 0755}};
+}
+
+std::string installedVersion(const fs::path& bundle) {
+  std::ifstream in(bundle / "Contents/Info.plist");
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Entries beside the installed bundle other than the bundle itself.
+std::vector<std::string> besideBundle(const fs::path& apps) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(apps)) {
+    if (entry.path().filename() != "ZEV.app") names.push_back(entry.path().filename().string());
+  }
+  return names;
+}
+
+struct Fixture {
+  testing::ScratchDirectory scratch;
+  FeedServer server;
+  testing::FakeBundleInfo bundleInfo;
+  testing::FakeSystemLog log;
+  RecordingDelegate delegate;
+  manifest::KeyPair key = manifest::generateKeyPair();
+  std::unique_ptr<LinuxUpdater> updater;
+  std::vector<fs::path> launched;
+  int quits = 0;
+
+  Fixture() {
+    bundleInfo.bundle = scratch.path() / "apps" / "ZEV.app";
+    fs::create_directories(bundleInfo.bundle / "Contents/Linux");
+    std::ofstream(bundleInfo.bundle / "Contents/Info.plist") << "1.0";
+    bundleInfo.values["CFBundleVersion"] = "1.0";
+    bundleInfo.values["SUFeedURL"] = server.url("/appcast.xml");
+    bundleInfo.values["SUPublicEDKey"] = manifest::toBase64(key.publicKey);
+    updater = std::make_unique<LinuxUpdater>(bundleInfo, log, scratch.path() / "cache");
+    updater->launchExecutable = [this](const fs::path& exe) {
+      launched.push_back(exe);
+      return true;
+    };
+    updater->quitApplication = [this] { ++quits; };
+    updater->setTimeoutsForTesting(std::chrono::seconds(10), std::chrono::seconds(10));
+    updater->start(delegate);
+  }
+
+  // Publishes an archive of `entries` as version `version`, signed with `signer`.
+  void publish(const std::string& version, const std::vector<ArchiveEntrySpec>& entries,
+               const manifest::SecretKey* signer) {
+    const std::string archive = bytesOf(testing::buildArchive(entries));
+    server.set(feedFor(version, "update.tar.xz", archive.size(),
+                       signer ? manifest::sign(archive, *signer) : ""),
+               archive);
+  }
+
+  void checkInBackground() {
+    QSignalSpy ended(updater.get(), &LinuxUpdater::checkEnded);
+    updater->checkForUpdatesInBackground();
+    ASSERT_TRUE(ended.wait(20000));
+  }
+
+  std::string errors() const {
+    std::string all;
+    for (const auto& entry : log.entries()) {
+      if (entry.level == testing::LogEntry::Level::error) all += entry.message + "\n";
+    }
+    return all;
+  }
+};
+
+TEST(LinuxUpdater, StagesASignedUpdateAndSwapsItInWhenReleased) {
+  Fixture f;
+  f.updater->setAutomaticallyDownloadsUpdates(true);
+  f.publish("2.0", bundleEntries("2.0"), &f.key.secretKey);
+  f.checkInBackground();
+  EXPECT_EQ(f.errors(), "");
+  ASSERT_EQ(f.delegate.offered, std::vector<std::string>{"quit:2.0"});
+  EXPECT_EQ(installedVersion(f.bundleInfo.bundle), "1.0");  // nothing before the release
+  EXPECT_TRUE(fs::is_empty(f.scratch.path() / "cache"));     // the download is gone
+
+  QSignalSpy installed(f.updater.get(), &LinuxUpdater::installEnded);
+  f.delegate.release();
+  ASSERT_EQ(installed.count(), 1);
+  EXPECT_TRUE(installed.at(0).at(0).toBool());
+  EXPECT_EQ(installedVersion(f.bundleInfo.bundle), "2.0");
+  EXPECT_EQ(f.launched, std::vector<fs::path>{f.bundleInfo.bundle / "Contents/Linux/ZEVLauncher"});
+  EXPECT_EQ(f.quits, 1);
+  f.delegate.release();  // a second release does nothing
+  EXPECT_EQ(f.quits, 1);
+}
+
+TEST(LinuxUpdater, RefusesBadUpdatesWithALogLineAndLeavesNothingBehind) {
+  const manifest::KeyPair stranger = manifest::generateKeyPair();
+  auto outward = bundleEntries("2.0");
+  outward.push_back({T::symlink, "ZEV.app/Contents/Resources/home", "../../../../.."});
+  struct Case {
+    const char* name;
+    std::function<void(Fixture&)> publish;
+    const char* logged;  // part of the error line
+  };
+  const Case cases[] = {
+      {"tampered archive",
+       [](Fixture& f) {
+         std::string archive = bytesOf(testing::buildArchive(bundleEntries("2.0")));
+         const std::string signature = manifest::sign(archive, f.key.secretKey);
+         archive[archive.size() / 2] ^= 0x20;
+         f.server.set(feedFor("2.0", "update.tar.xz", archive.size(), signature), archive);
+       },
+       "signature does not verify"},
+      {"wrong key",
+       [&](Fixture& f) { f.publish("2.0", bundleEntries("2.0"), &stranger.secretKey); },
+       "signature does not verify"},
+      {"unsigned", [](Fixture& f) { f.publish("2.0", bundleEntries("2.0"), nullptr); },
+       "the archive is not signed"},
+      {"truncated download",
+       [](Fixture& f) {
+         std::string archive = bytesOf(testing::buildArchive(bundleEntries("2.0")));
+         const std::string signature = manifest::sign(archive, f.key.secretKey);
+         f.server.set(feedFor("2.0", "update.tar.xz", archive.size(), signature),
+                      archive.substr(0, archive.size() - 100));
+       },
+       "truncated download"},
+      {"longer than announced",
+       [](Fixture& f) {
+         const std::string archive = bytesOf(testing::buildArchive(bundleEntries("2.0")));
+         f.server.set(feedFor("2.0", "update.tar.xz", 100, "c2ln"), archive);
+       },
+       "larger than the feed announced"},
+      {"feed not XML", [](Fixture& f) { f.server.set("<html>Bad gateway", ""); },
+       "feed is not"},
+      {"link pointing outside",
+       [&](Fixture& f) { f.publish("2.0", outward, &f.key.secretKey); },
+       "link pointing outside the bundle refused"},
+      {"archive missing",
+       [](Fixture& f) {
+         f.server.set(feedFor("2.0", "missing.tar.xz", 10, "c2ln"), "");
+       },
+       "download failed"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Fixture f;
+    f.updater->setAutomaticallyDownloadsUpdates(true);
+    c.publish(f);
+    f.checkInBackground();
+    EXPECT_NE(f.errors().find(c.logged), std::string::npos) << f.errors();
+    EXPECT_EQ(f.delegate.offered, std::vector<std::string>{});
+    EXPECT_EQ(installedVersion(f.bundleInfo.bundle), "1.0");
+    EXPECT_EQ(besideBundle(f.scratch.path() / "apps"), std::vector<std::string>{});
+    EXPECT_FALSE(f.updater->hasStagedUpdate());
+    EXPECT_TRUE(!fs::exists(f.scratch.path() / "cache") || fs::is_empty(f.scratch.path() / "cache"));
+  }
+}
+
+TEST(LinuxUpdater, AnswersAUserInitiatedCheck) {
+  using K = UpdateCheckFeedback::Kind;
+  {
+    SCOPED_TRACE("up to date");
+    Fixture f;
+    f.publish("1.0", bundleEntries("1.0"), &f.key.secretKey);
+    f.updater->checkForUpdates();
+    QSignalSpy ended(f.updater.get(), &LinuxUpdater::checkEnded);
+    ASSERT_TRUE(ended.wait(20000));
+    EXPECT_EQ(f.delegate.feedback, (std::vector<K>{K::checking, K::upToDate}));
+  }
+  {
+    SCOPED_TRACE("feed unreadable");
+    Fixture f;
+    f.bundleInfo.values["SUFeedURL"] = f.server.url("/nothing-here.xml");
+    f.updater->checkForUpdates();
+    QSignalSpy ended(f.updater.get(), &LinuxUpdater::checkEnded);
+    ASSERT_TRUE(ended.wait(20000));
+    EXPECT_EQ(f.delegate.feedback, (std::vector<K>{K::checking, K::error}));
+    EXPECT_EQ(f.delegate.lastError, "the feed answered HTTP 404");
+  }
+  {
+    SCOPED_TRACE("accepted offer goes through the relaunch question");
+    Fixture f;
+    f.publish("2.0", bundleEntries("2.0"), &f.key.secretKey);
+    QSignalSpy ended(f.updater.get(), &LinuxUpdater::checkEnded);
+    f.updater->checkForUpdates();  // the recording delegate accepts at once
+    ASSERT_TRUE(ended.wait(20000));
+    if (f.delegate.offered.empty()) ASSERT_TRUE(ended.wait(20000));
+    EXPECT_EQ(f.delegate.feedback, (std::vector<K>{K::checking, K::updateAvailable}));
+    EXPECT_EQ(f.delegate.offered, std::vector<std::string>{"relaunch:2.0"});
+  }
+}
+
+TEST(LinuxUpdater, LeavesASystemInstalledBundleAlone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to hand the bundle to another user";
+  Fixture f;
+  f.updater->setAutomaticallyDownloadsUpdates(true);
+  ASSERT_EQ(::chown(f.bundleInfo.bundle.c_str(), 65534, 65534), 0);
+  f.publish("2.0", bundleEntries("2.0"), &f.key.secretKey);
+  f.checkInBackground();
+  EXPECT_NE(f.errors().find("is not this user's to replace"), std::string::npos) << f.errors();
+  EXPECT_EQ(f.delegate.offered, std::vector<std::string>{});
+  EXPECT_FALSE(fs::exists(f.scratch.path() / "cache"));  // not even downloaded
+}
+
+}  // namespace
+}  // namespace zev
