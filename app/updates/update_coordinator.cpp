@@ -365,14 +365,31 @@ void UpdateCoordinator::resumeUpdateVerificationIfNeeded() {
   // Computed once: a relaunch while verifying keeps the original deadline.
   const Timestamp deadline =
       resumed.updatedAt() + std::chrono::duration_cast<std::chrono::milliseconds>(certificationWindow());
-  delete m_verificationTimer;
+  stopVerificationTimer();
   m_verificationTimer = new QTimer(this);
   m_verificationTimer->setInterval(m_verificationInterval);
-  connect(m_verificationTimer, &QTimer::timeout, this, [self = QPointer(this), deadline] {
+  m_tick = [self = QPointer(this), deadline] {
     if (self) self->verificationTick(deadline);
-  });
+  };
+  connect(m_verificationTimer, &QTimer::timeout, this, [this] { runTick(); });
   m_verificationTimer->start();
-  verificationTick(deadline);  // the first check happens at once
+  runTick();  // the first check happens at once
+}
+
+void UpdateCoordinator::stopVerificationTimer() {
+  // deleteLater: this may run inside the timer's own timeout.
+  if (m_verificationTimer) {
+    m_verificationTimer->stop();
+    m_verificationTimer->deleteLater();
+  }
+  m_verificationTimer = nullptr;
+  m_tick = nullptr;
+}
+
+void UpdateCoordinator::runTick() {
+  // Through a copy: finishing inside a tick clears m_tick.
+  const std::function<void()> tick = m_tick;
+  if (tick) tick();
 }
 
 void UpdateCoordinator::verificationTick(Timestamp deadline) {
@@ -397,8 +414,7 @@ void UpdateCoordinator::handleVerificationSample(const std::optional<UpdateHealt
 }
 
 void UpdateCoordinator::finishVerification(UpdateState state, std::optional<std::string> reason) {
-  delete m_verificationTimer;
-  m_verificationTimer = nullptr;
+  stopVerificationTimer();
   if (!m_updateTransaction) return;
 
   UpdateTransaction transaction = *m_updateTransaction;

@@ -158,6 +158,8 @@ class UpdateCoordinator : public QObject, public UpdaterDelegate {
   }
   void setHealthTimeoutForTesting(std::chrono::milliseconds timeout) { m_healthTimeout = timeout; }
   int healthRequestsStarted() const { return m_healthRequestsStarted; }
+  // Runs the verification timer's callback now (nothing when none runs).
+  void tickVerificationForTesting() { runTick(); }
 
  signals:
   // A preparation stopped, whatever the outcome (released, refused, failed).
@@ -173,6 +175,8 @@ class UpdateCoordinator : public QObject, public UpdaterDelegate {
                            std::function<void()> immediateInstallHandler);
   void archiveFinished(const ArchiveOutcome& outcome, std::function<void()> immediateInstallHandler);
   void verificationTick(Timestamp deadline);
+  void stopVerificationTimer();
+  void runTick();
   void handleVerificationSample(const std::optional<UpdateHealth>& sample);
   Timestamp now() const;
   std::string timeoutReason() const;
@@ -190,6 +194,7 @@ class UpdateCoordinator : public QObject, public UpdaterDelegate {
   QTimer* m_updatePushTimer = nullptr;
   std::optional<std::chrono::nanoseconds> m_lastSentinelMtime;  // since 1970
   QTimer* m_verificationTimer = nullptr;
+  std::function<void()> m_tick;  // the timer's callback, with its deadline
   std::optional<UpdateVerifier> m_updateVerifier;
   std::optional<UpdateTransaction> m_updateTransaction;
   std::string m_sentinelPath;
