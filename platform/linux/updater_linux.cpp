@@ -298,6 +298,7 @@ void LinuxUpdater::feedArrived(Origin origin, const QByteArray& body) {
   UpdateCheckFeedback offer;
   offer.kind = UpdateCheckFeedback::Kind::updateAvailable;
   offer.item = UpdateItem{item.versionString, item.displayVersionString};
+  offer.releaseNotes = item.releaseNotes;
   offer.install = [self = QPointer(this), item, url] {
     if (self && !self->m_busy) {
       self->m_busy = true;

@@ -14,50 +14,16 @@
 #include "platform/linux/bundle_manifest.h"
 #include "support/archive_builder.h"
 #include "support/scratch_directory.h"
+#include "platform/linux/feed_server.h"
 
 namespace zev {
 namespace {
 
 namespace fs = std::filesystem;
 using testing::ArchiveEntrySpec;
+using testing::FeedServer;
+using testing::feedFor;
 using T = ArchiveEntrySpec::Type;
-
-// Serves /appcast.xml and /update.tar.xz on an ephemeral loopback port.
-class FeedServer {
- public:
-  FeedServer() {
-    m_server.Get("/appcast.xml", [this](const httplib::Request&, httplib::Response& res) {
-      std::lock_guard lock(m_mutex);
-      res.set_content(feed, "application/rss+xml");
-    });
-    m_server.Get("/update.tar.xz", [this](const httplib::Request&, httplib::Response& res) {
-      std::lock_guard lock(m_mutex);
-      res.set_content(archive, "application/x-xz");
-    });
-    m_port = m_server.bind_to_any_port("127.0.0.1");
-    m_thread = std::thread([this] { m_server.listen_after_bind(); });
-  }
-  ~FeedServer() {
-    m_server.stop();
-    m_thread.join();
-  }
-  std::string url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(m_port) + path;
-  }
-  void set(std::string feedText, std::string archiveBytes) {
-    std::lock_guard lock(m_mutex);
-    feed = std::move(feedText);
-    archive = std::move(archiveBytes);
-  }
-
- private:
-  std::mutex m_mutex;
-  std::string feed;
-  std::string archive;
-  httplib::Server m_server;
-  int m_port = 0;
-  std::thread m_thread;
-};
 
 class RecordingDelegate : public UpdaterDelegate {
  public:
@@ -92,17 +58,6 @@ class RecordingDelegate : public UpdaterDelegate {
 
 std::string bytesOf(const std::vector<std::uint8_t>& bytes) {
   return std::string(bytes.begin(), bytes.end());
-}
-
-std::string feedFor(const std::string& version, const std::string& archiveURL,
-                    std::size_t length, const std::string& signature) {
-  return "<?xml version=\"1.0\"?><rss version=\"2.0\" "
-         "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>"
-         "<item><title>ZEV " + version + "</title><sparkle:version>" + version +
-         "</sparkle:version><enclosure url=\"" + archiveURL + "\" length=\"" +
-         std::to_string(length) + "\" type=\"application/x-xz\"" +
-         (signature.empty() ? "" : " sparkle:edSignature=\"" + signature + "\"") +
-         "/></item></channel></rss>";
 }
 
 std::vector<ArchiveEntrySpec> bundleEntries(const std::string& version) {
