@@ -5,10 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
-#include <random>
-#include <thread>
 
 #include "support/scratch_directory.h"
 
@@ -129,54 +126,6 @@ TEST(SwapInBundle, KilledAfterEachStepOfTwoRenamesRecoversToAWholeBundle) {
     EXPECT_EQ(recoverInterruptedSwap(installed), std::nullopt);
     EXPECT_EQ(versionAt(installed), expected);
     EXPECT_FALSE(fs::exists(scratch.path() / swapNoteName));
-  }
-}
-
-// A child swaps two bundles back and forth as fast as it can and is killed
-// at a random moment; after recovery the installed path always holds a whole
-// bundle. ZEV_CRASH_ROUNDS sets the number of kills.
-TEST(SwapInBundle, KilledAtAnyMomentLeavesABundleThatStarts) {
-  const char* roundsText = std::getenv("ZEV_CRASH_ROUNDS");
-  const int rounds = roundsText ? std::atoi(roundsText) : 40;
-  std::mt19937 random(20261122);
-  for (const SwapMethod method : {SwapMethod::exchangeWhereSupported, SwapMethod::twoRenames}) {
-    SCOPED_TRACE(method == SwapMethod::twoRenames ? "two renames" : "exchange");
-    testing::ScratchDirectory scratch;
-    const fs::path installed = scratch.path() / "ZEV.app";
-    makeBundle(installed, "A");
-    const fs::path staging = makeStagingDirectory(installed);
-    makeBundle(staging / "ZEV.app", "B");
-    int recovered = 0;
-    for (int round = 0; round < rounds; ++round) {
-      const pid_t child = ::fork();
-      ASSERT_GE(child, 0);
-      if (child == 0) {
-        for (;;) {
-          SwapOutcome outcome;
-          if (swapInBundle(installed, staging, method, outcome)) ::_exit(3);
-          // Put the old bundle where the next swap expects the staged one.
-          if (outcome.oldBundle != staging / "ZEV.app" &&
-              ::rename(outcome.oldBundle.c_str(), (staging / "ZEV.app").c_str()) != 0) {
-            ::_exit(4);
-          }
-        }
-      }
-      std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000 + 2000));
-      ::kill(child, SIGKILL);
-      int status = 0;
-      ::waitpid(child, &status, 0);
-      ASSERT_TRUE(WIFSIGNALED(status)) << "the swapping child failed with " << WEXITSTATUS(status);
-      if (!fs::exists(installed)) ++recovered;
-      ASSERT_EQ(recoverInterruptedSwap(installed), std::nullopt);
-      const std::string version = versionAt(installed);
-      ASSERT_TRUE(version == "A" || version == "B") << "round " << round;
-      // Set the next round up as the child would have.
-      if (!fs::exists(staging / "ZEV.app")) {
-        fs::rename(staging / previousBundleName, staging / "ZEV.app");
-      }
-      fs::remove_all(staging / previousBundleName);
-    }
-    std::printf("[ info ] %d of %d kills left no bundle in place until recovery\n", recovered, rounds);
   }
 }
 

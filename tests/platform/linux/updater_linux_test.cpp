@@ -4,6 +4,10 @@
 #include <httplib.h>
 #include <unistd.h>
 
+#include <QAbstractButton>
+#include <QDir>
+#include <QLabel>
+#include <QMessageBox>
 #include <QSignalSpy>
 #include <fstream>
 #include <thread>
@@ -11,6 +15,7 @@
 #include "app/fakes/fake_platform.h"
 #include "app/fakes/fake_system_log.h"
 #include "app/fakes/qt_test_main.h"
+#include "app/updates/update_check_feedback_window.h"
 #include "platform/linux/bundle_manifest.h"
 #include "support/archive_builder.h"
 #include "support/scratch_directory.h"
@@ -30,7 +35,7 @@ class RecordingDelegate : public UpdaterDelegate {
   std::vector<std::string> offered;  // "quit:<v>" or "relaunch:<v>"
   std::function<void()> release;
   std::vector<UpdateCheckFeedback::Kind> feedback;
-  std::string lastError;
+  UpdateCheckFeedbackWindow* window = nullptr;  // shows the feedback too when set
 
   bool willInstallUpdateOnQuit(const UpdateItem& item, std::function<void()> go) override {
     offered.push_back("quit:" + item.versionString);
@@ -51,7 +56,7 @@ class RecordingDelegate : public UpdaterDelegate {
   void standardUserDriverDidReceiveUserAttention(const UpdateItem&) override {}
   void showUserInitiatedCheckFeedback(const UpdateCheckFeedback& f) override {
     feedback.push_back(f.kind);
-    if (f.kind == UpdateCheckFeedback::Kind::error) lastError = f.errorDescription;
+    if (window) window->show(f);
     if (f.kind == UpdateCheckFeedback::Kind::updateAvailable && f.install) f.install();
   }
 };
@@ -109,10 +114,10 @@ struct Fixture {
 
   // Publishes an archive of `entries` as version `version`, signed with `signer`.
   void publish(const std::string& version, const std::vector<ArchiveEntrySpec>& entries,
-               const manifest::SecretKey* signer) {
+               const manifest::SecretKey* signer, const std::string& escapedNotes = "") {
     const std::string archive = bytesOf(testing::buildArchive(entries));
     server.set(feedFor(version, "update.tar.xz", archive.size(),
-                       signer ? manifest::sign(archive, *signer) : ""),
+                       signer ? manifest::sign(archive, *signer) : "", escapedNotes),
                archive);
   }
 
@@ -215,37 +220,66 @@ TEST(LinuxUpdater, RefusesBadUpdatesWithALogLineAndLeavesNothingBehind) {
   }
 }
 
-TEST(LinuxUpdater, AnswersAUserInitiatedCheck) {
+// A check the user started, answered in the real window: texts, buttons and
+// the feed's release notes as plain text. A picture of each outcome goes to
+// <build>/artifacts/update-e2e/dialog/ for people to look at.
+TEST(LinuxUpdater, AnswersAUserInitiatedCheckInItsWindow) {
   using K = UpdateCheckFeedback::Kind;
-  {
-    SCOPED_TRACE("up to date");
+  struct Case {
+    const char* picture;
+    const char* version;  // offered by the feed; nullptr: there is no feed
+    const char* notes;    // XML-escaped, as a feed carries them
+    std::vector<K> feedback;
+    const char* text;
+    const char* informative;  // part of the window's informative text
+    QStringList buttons;
+    std::vector<std::string> offered;  // the accepted offer goes through the relaunch question
+  };
+  const Case cases[] = {
+      {"up-to-date", "1.0", "", {K::checking, K::upToDate}, "You're up to date.", "", {"OK"}, {}},
+      {"offer", "2.0",
+       "&lt;p&gt;Steadier recording after network changes.&lt;/p&gt;"
+       "&lt;p&gt;Shows &amp;lt;b&amp;gt; as written.&lt;/p&gt;",
+       {K::checking, K::updateAvailable}, "ZEV Launcher 2.0 is available.",
+       "What's new:\nSteadier recording after network changes.\nShows <b> as written.",
+       {"Install", "Later"}, {"relaunch:2.0"}},
+      {"error", nullptr, "", {K::checking, K::error},
+       "The update check failed: the feed answered HTTP 404", "", {"OK"}, {}},
+  };
+  const QString pictures = QStringLiteral(ZEV_ARTIFACTS_DIR "/dialog");
+  QDir().mkpath(pictures);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.picture);
     Fixture f;
-    f.publish("1.0", bundleEntries("1.0"), &f.key.secretKey);
+    UpdateCheckFeedbackWindow window;
+    f.delegate.window = &window;
+    if (c.version) {
+      f.publish(c.version, bundleEntries(c.version), &f.key.secretKey, c.notes);
+    } else {
+      f.bundleInfo.values["SUFeedURL"] = f.server.url("/missing.xml");
+    }
+    QSignalSpy ended(f.updater.get(), &LinuxUpdater::checkEnded);
     f.updater->checkForUpdates();
-    QSignalSpy ended(f.updater.get(), &LinuxUpdater::checkEnded);
     ASSERT_TRUE(ended.wait(20000));
-    EXPECT_EQ(f.delegate.feedback, (std::vector<K>{K::checking, K::upToDate}));
-  }
-  {
-    SCOPED_TRACE("feed unreadable");
-    Fixture f;
-    f.bundleInfo.values["SUFeedURL"] = f.server.url("/nothing-here.xml");
-    f.updater->checkForUpdates();
-    QSignalSpy ended(f.updater.get(), &LinuxUpdater::checkEnded);
-    ASSERT_TRUE(ended.wait(20000));
-    EXPECT_EQ(f.delegate.feedback, (std::vector<K>{K::checking, K::error}));
-    EXPECT_EQ(f.delegate.lastError, "the feed answered HTTP 404");
-  }
-  {
-    SCOPED_TRACE("accepted offer goes through the relaunch question");
-    Fixture f;
-    f.publish("2.0", bundleEntries("2.0"), &f.key.secretKey);
-    QSignalSpy ended(f.updater.get(), &LinuxUpdater::checkEnded);
-    f.updater->checkForUpdates();  // the recording delegate accepts at once
-    ASSERT_TRUE(ended.wait(20000));
-    if (f.delegate.offered.empty()) ASSERT_TRUE(ended.wait(20000));
-    EXPECT_EQ(f.delegate.feedback, (std::vector<K>{K::checking, K::updateAvailable}));
-    EXPECT_EQ(f.delegate.offered, std::vector<std::string>{"relaunch:2.0"});
+    if (!c.offered.empty() && f.delegate.offered.empty()) ASSERT_TRUE(ended.wait(20000));
+    EXPECT_EQ(f.delegate.feedback, c.feedback);
+    EXPECT_EQ(f.delegate.offered, c.offered);
+
+    QMessageBox* box = window.window();
+    ASSERT_NE(box, nullptr);
+    EXPECT_EQ(box->text(), QString::fromUtf8(c.text));
+    EXPECT_TRUE(box->informativeText().contains(QString::fromUtf8(c.informative)))
+        << box->informativeText().toStdString();
+    auto* informative = box->findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"));
+    if (informative) EXPECT_EQ(informative->textFormat(), Qt::PlainText);
+    QStringList buttons;
+    for (QAbstractButton* button : box->buttons()) buttons << button->text().remove(u'&');
+    buttons.sort();
+    QStringList expected = c.buttons;
+    expected.sort();
+    EXPECT_EQ(buttons, expected);
+    ended.wait(200);  // let the window lay itself out before the picture
+    box->grab().save(pictures + "/update-dialog-" + c.picture + ".png");
   }
 }
 
