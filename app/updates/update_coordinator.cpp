@@ -322,7 +322,7 @@ void UpdateCoordinator::fetchUpdateHealth(
           [reply, completion = std::move(completion)] {
             reply->deleteLater();
             std::optional<UpdateHealth> sample;
-            if (!reply->property("zevTooLarge").toBool()) {
+            if (reply->isOpen() && !reply->property("zevTooLarge").toBool()) {
               // Whatever the status: only a body that decodes counts.
               const QByteArray body = reply->read(maxHealthBodyBytes + 1);
               if (!body.isEmpty() && body.size() <= maxHealthBodyBytes) {

@@ -239,7 +239,20 @@ std::optional<std::string> verifyBundle(const fs::path& bundle, std::string_view
     initializeSodium();
     std::error_code error;
     for (const std::string_view file : {manifestFile, signatureFile}) {
-      if (!fs::is_regular_file(bundle / file, error)) return "missing file: " + std::string(file);
+      // The manifest is not listed in itself: it must be a plain file, and
+      // nothing else may hide beside it.
+      if (!fs::is_regular_file(fs::symlink_status(bundle / file, error))) {
+        return "missing file: " + std::string(file);
+      }
+    }
+    if (!fs::is_directory(fs::symlink_status(bundle / manifestDirectory, error))) {
+      return "altered file: " + std::string(manifestDirectory);
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(bundle / manifestDirectory)) {
+      const std::string name = entry.path().filename().string();
+      if (name != fs::path(manifestFile).filename() && name != fs::path(signatureFile).filename()) {
+        return "extra file: " + std::string(manifestDirectory) + "/" + name;
+      }
     }
     const std::string text = readCapped(bundle / manifestFile, maxManifestBytes);
     const std::string signature = readCapped(bundle / signatureFile, 1024);

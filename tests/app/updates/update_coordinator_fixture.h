@@ -116,7 +116,8 @@ class UpdateHarness {
   ManualClock clock;
   std::vector<UpdateCheckFeedback::Kind> feedbackShown;
   std::unique_ptr<HealthServer> server;
-  QUrl base = QUrl(QStringLiteral("http://127.0.0.1:%1").arg(closedPort()));
+  // Port 1 (tcpmux) has no listener here: connections are refused at once.
+  QUrl base = QUrl(QStringLiteral("http://127.0.0.1:1"));
 
  private:
   std::unique_ptr<UpdateCoordinator> m_coordinator;
