@@ -31,6 +31,9 @@ namespace fs = std::filesystem;
 constexpr qint64 readBufferBytes = 256 * 1024;
 constexpr std::chrono::seconds minCheckInterval{3600};
 constexpr std::chrono::seconds firstScheduledCheck{60};
+// A staged update handed to the application is not handed over again before
+// this long: its preparation (health, archive copy, checks) may still run.
+constexpr std::chrono::minutes reofferAfter{5};
 
 // A version as part of a file name: anything but [A-Za-z0-9._-] becomes '_'.
 std::string fileNamePart(const std::string& version) {
@@ -106,6 +109,8 @@ CheckedArchive checkAndUnpack(const fs::path& file, const std::string& signature
 struct LinuxUpdater::Staged {
   AppcastItem item;
   fs::path staging;
+  // When it was last handed to the application.
+  std::optional<std::chrono::steady_clock::time_point> offeredAt;
 };
 
 LinuxUpdater::LinuxUpdater(BundleInfo& bundleInfo, SystemLog& log, fs::path cacheDirectory,
@@ -203,8 +208,27 @@ void LinuxUpdater::beginCheck(Origin origin) {
   }
   if (m_staged) {
     // Offered before and not installed (the application held it back):
-    // offer the same staged bundle again rather than downloading it anew.
-    m_busy = true;
+    // offer the same staged bundle again rather than downloading it anew,
+    // but not while the application may still be preparing it.
+    if (m_staged->offeredAt &&
+        std::chrono::steady_clock::now() - *m_staged->offeredAt < reofferAfter) {
+      m_log.info("update check skipped: update " + m_staged->item.versionString +
+                 " is being prepared");
+      return;
+    }
+    if (origin == Origin::user) {
+      UpdateCheckFeedback offer;
+      offer.kind = UpdateCheckFeedback::Kind::updateAvailable;
+      offer.item = UpdateItem{m_staged->item.versionString, m_staged->item.displayVersionString};
+      offer.releaseNotes = m_staged->item.releaseNotes;
+      offer.install = [self = QPointer(this), staging = m_staged->staging] {
+        if (self && self->m_staged && self->m_staged->staging == staging && !self->m_busy) {
+          self->staged(Origin::user, self->m_staged->item, staging);
+        }
+      };
+      tell(offer, origin);
+      return;
+    }
     staged(origin, m_staged->item, m_staged->staging);
     return;
   }
@@ -410,10 +434,11 @@ void LinuxUpdater::verifyAndUnpack(Origin origin, const AppcastItem& item, const
 void LinuxUpdater::staged(Origin origin, const AppcastItem& item, const fs::path& staging) {
   if (!m_staged || m_staged->staging != staging) {
     if (m_staged) removeQuietly(m_staged->staging);
-    m_staged = std::make_unique<Staged>(Staged{item, staging});
+    m_staged = std::make_unique<Staged>(Staged{item, staging, std::nullopt});
     m_log.info("update " + item.versionString + " verified and staged in " + staging.string());
   }
   m_busy = false;
+  m_staged->offeredAt = std::chrono::steady_clock::now();
   emit checkEnded();
   if (!m_delegate) return;
   const UpdateItem offered{item.versionString, item.displayVersionString};

@@ -25,7 +25,7 @@ bundle=${1:?usage: update_e2e.sh BUNDLE ZEV_SIGN ARTIFACTS_DIR}
 zev_sign=${2:?usage: update_e2e.sh BUNDLE ZEV_SIGN ARTIFACTS_DIR}
 artifacts=${3:?usage: update_e2e.sh BUNDLE ZEV_SIGN ARTIFACTS_DIR}
 source_dir=$(cd "$(dirname "$0")/../.." && pwd)
-window=${ZEV_E2E_WINDOW_SECONDS:-25}
+window=${ZEV_E2E_WINDOW_SECONDS:-40}
 
 for tool in python3 curl setsid tar xz pgrep; do
   command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed (tools/install-deps)"; exit 77; }

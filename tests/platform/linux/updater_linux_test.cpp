@@ -146,6 +146,9 @@ TEST(LinuxUpdater, StagesASignedUpdateAndSwapsItInWhenReleased) {
   EXPECT_EQ(installedVersion(f.bundleInfo.bundle), "1.0");  // nothing before the release
   EXPECT_TRUE(fs::is_empty(f.scratch.path() / "cache"));     // the download is gone
 
+  f.updater->checkForUpdatesInBackground();  // it may still be preparing: not offered twice
+  EXPECT_EQ(f.delegate.offered.size(), 1u);
+
   QSignalSpy installed(f.updater.get(), &LinuxUpdater::installEnded);
   f.delegate.release();
   ASSERT_EQ(installed.count(), 1);
