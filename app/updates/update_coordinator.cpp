@@ -200,12 +200,12 @@ void UpdateCoordinator::prepareUpdate(const std::string& targetVersion,
     emit preparationEnded();
     return;
   }
-  fetchUpdateHealth([self = QPointer(this), targetVersion,
-                     handler = std::move(immediateInstallHandler)](
-                        std::optional<UpdateHealth> sample) mutable {
-    if (!self) return;  // nothing left to log to; the update stays uninstalled
-    self->continuePreparation(std::move(sample), targetVersion, std::move(handler));
-  });
+  fetchUpdateHealth(
+      [self = QPointer(this), targetVersion,
+       handler = std::move(immediateInstallHandler)](std::optional<UpdateHealth> sample) mutable {
+        if (!self) return;  // nothing left to log to; the update stays uninstalled
+        self->continuePreparation(std::move(sample), targetVersion, std::move(handler));
+      });
 }
 
 void UpdateCoordinator::continuePreparation(std::optional<UpdateHealth> sample,
@@ -318,22 +318,21 @@ void UpdateCoordinator::fetchUpdateHealth(
       reply->abort();
     }
   });
-  connect(reply, &QNetworkReply::finished, this,
-          [reply, completion = std::move(completion)] {
-            reply->deleteLater();
-            std::optional<UpdateHealth> sample;
-            if (reply->isOpen() && !reply->property("zevTooLarge").toBool()) {
-              // Whatever the status: only a body that decodes counts.
-              const QByteArray body = reply->read(maxHealthBodyBytes + 1);
-              if (!body.isEmpty() && body.size() <= maxHealthBodyBytes) {
-                if (const std::optional<HealthSummary> summary =
-                        decodeHealth(std::string_view(body.constData(), size_t(body.size())))) {
-                  sample = summary->updateHealth();
-                }
-              }
-            }
-            completion(std::move(sample));
-          });
+  connect(reply, &QNetworkReply::finished, this, [reply, completion = std::move(completion)] {
+    reply->deleteLater();
+    std::optional<UpdateHealth> sample;
+    if (reply->isOpen() && !reply->property("zevTooLarge").toBool()) {
+      // Whatever the status: only a body that decodes counts.
+      const QByteArray body = reply->read(maxHealthBodyBytes + 1);
+      if (!body.isEmpty() && body.size() <= maxHealthBodyBytes) {
+        if (const std::optional<HealthSummary> summary =
+                decodeHealth(std::string_view(body.constData(), size_t(body.size())))) {
+          sample = summary->updateHealth();
+        }
+      }
+    }
+    completion(std::move(sample));
+  });
 }
 
 // ---- Verification ----------------------------------------------------------
@@ -364,7 +363,8 @@ void UpdateCoordinator::resumeUpdateVerificationIfNeeded() {
 
   // Computed once: a relaunch while verifying keeps the original deadline.
   const Timestamp deadline =
-      resumed.updatedAt() + std::chrono::duration_cast<std::chrono::milliseconds>(certificationWindow());
+      resumed.updatedAt() +
+      std::chrono::duration_cast<std::chrono::milliseconds>(certificationWindow());
   stopVerificationTimer();
   m_verificationTimer = new QTimer(this);
   m_verificationTimer->setInterval(m_verificationInterval);
@@ -429,16 +429,15 @@ void UpdateCoordinator::finishVerification(UpdateState state, std::optional<std:
   }
   m_updateTransaction.reset();
   m_updateVerifier.reset();
-  m_log.info("update " + transaction.targetVersion() + " finished state=" +
-             std::string(rawValue(state)));
+  m_log.info("update " + transaction.targetVersion() +
+             " finished state=" + std::string(rawValue(state)));
   if (onUpdateFinished) onUpdateFinished(transaction);
   emit verificationFinished();
 }
 
 void UpdateCoordinator::pruneArchives() {
   const fs::path reliability = m_reliabilityDirectory();
-  const std::vector<UpdateTransaction> transactions =
-      UpdateTransactionStore(reliability).loadAll();
+  const std::vector<UpdateTransaction> transactions = UpdateTransactionStore(reliability).loadAll();
   std::vector<ArchiveRecord> records;
   records.reserve(transactions.size());
   for (const UpdateTransaction& transaction : transactions) {
@@ -450,7 +449,7 @@ void UpdateCoordinator::pruneArchives() {
   for (const ArchiveRecord& record : records) {
     if (keep.contains(record.path)) continue;
     ArchivePathValidator::validate(record.path, root);  // throws: stop here
-    std::error_code ignored;  // already gone, or not removable: go on
+    std::error_code ignored;                            // already gone, or not removable: go on
     fs::remove_all(record.path, ignored);
   }
 }

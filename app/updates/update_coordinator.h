@@ -62,17 +62,17 @@ class UpdateCoordinator : public QObject, public UpdaterDelegate {
   static constexpr std::chrono::milliseconds sentinelInterval{2000};
   static constexpr std::chrono::seconds defaultCertificationWindow{180};
   // Info.plist key that shortens or lengthens the window (whole seconds,
-  // 1 to 86400, as a string or integer); anything else means 180.
+  // 1 to 86400, written as a <string>); anything else means 180.
   static constexpr const char* certificationWindowKey = "ZEVCertificationWindowSeconds";
   // A health answer larger than this is dropped unread.
   static constexpr qint64 maxHealthBodyBytes = 1 << 20;
 
   struct Ports {
-    SystemLog& log;                             // com.zev.zevd / launcher
-    BundleInfo& bundleInfo;                     // the running bundle
-    Updater* updater = nullptr;                 // none: no checks, nothing installs
-    std::shared_ptr<ArchiveTool> archiveTool;   // none: every preparation fails
-    AppActivation* activation = nullptr;        // none: no policy switching
+    SystemLog& log;                            // com.zev.zevd / launcher
+    BundleInfo& bundleInfo;                    // the running bundle
+    Updater* updater = nullptr;                // none: no checks, nothing installs
+    std::shared_ptr<ArchiveTool> archiveTool;  // none: every preparation fails
+    AppActivation* activation = nullptr;       // none: no policy switching
   };
 
   // `reliabilityDirectory` and `localBase` are read each time they are needed
@@ -149,7 +149,9 @@ class UpdateCoordinator : public QObject, public UpdaterDelegate {
 
   // Test seams.
   void setSentinelPathForTesting(std::string path) { m_sentinelPath = std::move(path); }
-  void setCertificationWindowForTesting(std::chrono::milliseconds window) { m_windowOverride = window; }
+  void setCertificationWindowForTesting(std::chrono::milliseconds window) {
+    m_windowOverride = window;
+  }
   void setVerificationIntervalForTesting(std::chrono::milliseconds interval) {
     m_verificationInterval = interval;
   }
@@ -173,7 +175,8 @@ class UpdateCoordinator : public QObject, public UpdaterDelegate {
   struct ArchiveOutcome;
   void continuePreparation(std::optional<UpdateHealth> sample, const std::string& targetVersion,
                            std::function<void()> immediateInstallHandler);
-  void archiveFinished(const ArchiveOutcome& outcome, std::function<void()> immediateInstallHandler);
+  void archiveFinished(const ArchiveOutcome& outcome,
+                       std::function<void()> immediateInstallHandler);
   void verificationTick(Timestamp deadline);
   void stopVerificationTimer();
   void runTick();

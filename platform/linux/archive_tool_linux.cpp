@@ -16,7 +16,8 @@ std::optional<std::string> LinuxArchiveTool::copyBundle(const fs::path& bundle,
   // Regular files keep their permission bits (copy_file), directories are
   // created with the source's attributes, links are copied as links.
   fs::copy(bundle, archive, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
-  if (error) return "cannot copy " + bundle.string() + " to " + archive.string() + ": " + error.message();
+  if (error)
+    return "cannot copy " + bundle.string() + " to " + archive.string() + ": " + error.message();
   return std::nullopt;
 }
 

@@ -127,7 +127,8 @@ KeyPair generateKeyPair() {
 }
 
 std::string toBase64(std::span<const uint8_t> bytes) {
-  const std::size_t length = sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL);
+  const std::size_t length =
+      sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL);
   std::string out(length, '\0');
   sodium_bin2base64(out.data(), out.size(), bytes.data(), bytes.size(),
                     sodium_base64_VARIANT_ORIGINAL);
@@ -137,8 +138,10 @@ std::string toBase64(std::span<const uint8_t> bytes) {
 
 std::optional<std::string> fromBase64(std::string_view text) {
   initializeSodium();
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+    text.remove_suffix(1);
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+    text.remove_prefix(1);
   std::string out(text.size() / 4 * 3 + 3, '\0');
   std::size_t length = 0;
   const char* endOfParse = nullptr;
@@ -170,8 +173,7 @@ SecretKey readSecretKeyFile(const fs::path& file) {
 
 void writeSecretKeyFile(const fs::path& file, const SecretKey& key) {
   // Only the seed; it is created readable by its owner alone.
-  const std::string text =
-      toBase64(std::span(key.bytes.data(), crypto_sign_SEEDBYTES)) + "\n";
+  const std::string text = toBase64(std::span(key.bytes.data(), crypto_sign_SEEDBYTES)) + "\n";
   const mode_t previous = ::umask(077);
   std::ofstream out(file, std::ios::binary | std::ios::trunc);
   ::umask(previous);

@@ -41,9 +41,8 @@ inline std::string healthDocument(const std::string& version, const std::vector<
   for (const Stream& s : streams) {
     if (!list.empty()) list += ',';
     list += R"({"id":")" + s.id + R"(","enabled":)" + (s.enabled ? "true" : "false") +
-            R"(,"live":)" + (s.live ? "true" : "false") +
-            R"(,"frame_age_ms":)" + std::to_string(s.frameAgeMS) +
-            R"(,"recording":)" + (s.recording ? "true" : "false") +
+            R"(,"live":)" + (s.live ? "true" : "false") + R"(,"frame_age_ms":)" +
+            std::to_string(s.frameAgeMS) + R"(,"recording":)" + (s.recording ? "true" : "false") +
             (s.lastSegmentMS ? R"(,"last_segment_ms":)" + std::to_string(*s.lastSegmentMS) : "") +
             "}";
   }
@@ -85,9 +84,7 @@ class UpdateHarness {
           UpdateCoordinator::Ports{log, bundleInfo, &updater, tool, &activation}, clock.clock(),
           [this] { return reliability(); }, [this] { return base; });
       m_coordinator->setSentinelPathForTesting((root / "update-trigger").string());
-      m_coordinator->presentCheckFeedback = [this](const UpdateCheckFeedback& feedback) {
-        feedbackShown.push_back(feedback.kind);
-      };
+      m_coordinator->presentCheckFeedback = [](const UpdateCheckFeedback&) {};  // no window
     }
     return *m_coordinator;
   }
@@ -95,16 +92,6 @@ class UpdateHarness {
   fs::path reliability() const { return root / "rel"; }
   UpdateTransactionStore store() const { return UpdateTransactionStore(reliability()); }
   Timestamp now() const { return std::chrono::floor<std::chrono::milliseconds>(clock.now); }
-
-  // Waits (in the test, never in the code under test) for a signal.
-  template <typename Signal>
-  bool waitFor(Signal signal, int count = 1, int timeoutMS = 10000) {
-    QSignalSpy spy(&coordinator(), signal);
-    while (spy.count() < count) {
-      if (!spy.wait(timeoutMS)) return false;
-    }
-    return true;
-  }
 
   QTemporaryDir dir;
   fs::path root = dir.path().toStdString();
@@ -114,7 +101,6 @@ class UpdateHarness {
   std::shared_ptr<FakeArchiveTool> tool = std::make_shared<FakeArchiveTool>();
   FakeAppActivation activation;
   ManualClock clock;
-  std::vector<UpdateCheckFeedback::Kind> feedbackShown;
   std::unique_ptr<HealthServer> server;
   // Port 1 (tcpmux) has no listener here: connections are refused at once.
   QUrl base = QUrl(QStringLiteral("http://127.0.0.1:1"));

@@ -25,7 +25,9 @@ class ArchiveToolLinuxTest : public ::testing::Test {
     fs::create_directories(bundle / "Contents/Linux");
     fs::create_directories(bundle / "Contents/Resources/empty dir");
     write(bundle / "Contents/Info.plist", "<plist/>");
-    write(bundle / "Contents/Linux/ZEVLauncher", "\x7f" "ELF launcher");
+    write(bundle / "Contents/Linux/ZEVLauncher",
+          "\x7f"
+          "ELF launcher");
     fs::permissions(bundle / "Contents/Linux/ZEVLauncher", fs::perms(0755));
     write(bundle / "Contents/Resources/name with blanks.txt", "text");
     fs::create_symlink("Linux/ZEVLauncher", bundle / "Contents/launcher-link");
@@ -67,7 +69,8 @@ TEST_F(ArchiveToolLinuxTest, EveryDifferenceFromTheSignedBundleIsNamed) {
     std::string expected;  // the description, or a prefix of it ending in ": "
   };
   const Case cases[] = {
-      {"a file's bytes", [](const fs::path& c) { write(c / "Contents/Info.plist", "<plist></plist>"); },
+      {"a file's bytes",
+       [](const fs::path& c) { write(c / "Contents/Info.plist", "<plist></plist>"); },
        "altered file: Contents/Info.plist"},
       {"a file's mode",
        [](const fs::path& c) {
@@ -102,7 +105,8 @@ TEST_F(ArchiveToolLinuxTest, EveryDifferenceFromTheSignedBundleIsNamed) {
          const fs::path file = c / manifest::manifestFile;
          std::ifstream in(file);
          std::string text((std::istreambuf_iterator<char>(in)), {});
-         text.erase(text.find("f 644"), text.find('\n', text.find("f 644")) - text.find("f 644") + 1);
+         text.erase(text.find("f 644"),
+                    text.find('\n', text.find("f 644")) - text.find("f 644") + 1);
          write(file, text);
        },
        "manifest signature does not verify: Contents/_CodeManifest/files"},
@@ -145,7 +149,8 @@ TEST(BundleManifestTest, SignaturesRoundTripThroughTheKeyFile) {
   const fs::path keyFile = fs::path(dir.path().toStdString()) / "key";
   const manifest::KeyPair keys = manifest::generateKeyPair();
   manifest::writeSecretKeyFile(keyFile, keys.secretKey);
-  EXPECT_EQ(fs::status(keyFile).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(fs::status(keyFile).permissions() & fs::perms::all,
+            fs::perms::owner_read | fs::perms::owner_write);
   const manifest::SecretKey read = manifest::readSecretKeyFile(keyFile);
   EXPECT_EQ(manifest::publicKeyOf(read), keys.publicKey);
 
