@@ -46,6 +46,7 @@ Platform makePlatform() {
   platform.activation = std::make_unique<LinuxAppActivation>();
   platform.updater = std::make_unique<LinuxUpdater>(*platform.bundleInfo, *platform.launcherLog,
                                                     xdgCacheHome(home) / "com.zev.launcher" / "updates");
+  platform.notifier = makePlatformNotifier(*platform.statusItemLog);
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;
 }
