@@ -3,18 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "core/logs/log_line.h"
 #include "log_generator.h"
 #include "tools/sim_process.h"
-
-#include "core/logs/log_line.h"
 
 namespace zev {
 namespace {
@@ -29,35 +25,19 @@ std::string readAll(const std::filesystem::path& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-std::vector<std::string> lines(const std::string& text) {
-  std::vector<std::string> out;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) out.push_back(line);
-  return out;
-}
-
-// The severity a reader gives a level as written: its lower-case form when
-// that names one, else none.
-std::optional<LogSeverity> severityFor(std::optional<std::string> level) {
-  if (!level) return std::nullopt;
-  std::transform(level->begin(), level->end(), level->begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return logSeverityFromRawValue(*level);
-}
-
 TEST(ZevdSimLogs, GeneratedLinesParseAsIntended) {
   sim::LogLineGenerator generator(7);
-  for (int i = 0; i < 4000; ++i) {
-    const bool errorLog = i % 10 == 9;
-    const sim::GeneratedLine line =
-        errorLog ? generator.errorLine(kStartMS + i * 137) : generator.daemonLine(kStartMS + i * 137);
+  for (int i = 0; i < 4000 && !::testing::Test::HasFailure(); ++i) {
+    const int64_t at = kStartMS + i * 137;
+    const sim::GeneratedLine line = i % 10 == 9 ? generator.errorLine(at) : generator.daemonLine(at);
     SCOPED_TRACE(line.text);
+    std::optional<std::string> level = line.level;  // a reader lower-cases it
+    if (level) std::transform(level->begin(), level->end(), level->begin(), ::tolower);
     const LogLine parsed = LogLine::parse(line.text);
     EXPECT_EQ(parsed.timestamp(), line.timestamp);
-    EXPECT_EQ(parsed.severity(), severityFor(line.level));
+    EXPECT_EQ(parsed.severity(), level ? logSeverityFromRawValue(*level) : std::nullopt);
     EXPECT_EQ(parsed.camera(), line.camera);
     EXPECT_EQ(parsed.message(), line.message);
-    if (::testing::Test::HasFailure()) break;  // one broken line says enough
   }
 }
 
@@ -73,8 +53,8 @@ TEST(ZevdSimLogs, GeneratedLogHasExactlyTheRequestedBytes_AndDependsOnlyOnTheSee
     EXPECT_EQ(static_cast<int64_t>(text.size()), bytes);
     EXPECT_TRUE(bytes == 0 || text.back() == '\n');
   }
-  const auto write = [&](int64_t seed) {
-    sim::generateLog(dir.path() / "seeded.log", 100000, static_cast<uint64_t>(seed), kStartMS);
+  const auto write = [&](uint64_t seed) {
+    sim::generateLog(dir.path() / "seeded.log", 100000, seed, kStartMS);
     return readAll(dir.path() / "seeded.log");
   };
   EXPECT_EQ(write(5), write(5));
@@ -89,23 +69,23 @@ TEST(ZevdSimLogs, RunningSimAppendsToBothLogsUnderHome) {
   ASSERT_GT(sim.port(), 0) << sim.output();
   const auto daemonLog = home.path() / ".zevd" / "zevd.log";
   const auto errorLog = home.path() / ".zevd" / "zevd.err.log";
-  const auto deadline = std::chrono::steady_clock::now() + 15s;
-  while (std::chrono::steady_clock::now() < deadline &&
-         (lines(readAll(daemonLog)).size() < 200 || lines(readAll(errorLog)).size() < 10)) {
+  const auto lineCount = [](const std::filesystem::path& path) {
+    const std::string text = readAll(path);
+    return std::count(text.begin(), text.end(), '\n');
+  };
+  for (int i = 0; i < 150 && (lineCount(daemonLog) < 200 || lineCount(errorLog) < 10); ++i) {
     std::this_thread::sleep_for(100ms);
   }
   ASSERT_EQ(sim.stop(), 0) << sim.output();
-
   const std::string daemonText = readAll(daemonLog);
   const std::string errorText = readAll(errorLog);
-  ASSERT_FALSE(daemonText.empty());
-  ASSERT_FALSE(errorText.empty());
+  ASSERT_FALSE(daemonText.empty() || errorText.empty());
   EXPECT_EQ(daemonText.back(), '\n');  // stopping never leaves half a line
   EXPECT_EQ(errorText.back(), '\n');
-  const auto daemonLines = lines(daemonText);
-  EXPECT_GE(daemonLines.size(), 200u);
-  EXPECT_NE(daemonLines.front().find("msg=\"zevd started\""), std::string::npos);
-  for (const std::string& line : lines(errorText)) {
+  EXPECT_GE(lineCount(daemonLog), 200);
+  EXPECT_EQ(daemonText.find("msg=\"zevd started\""), daemonText.find("msg="));
+  std::istringstream errors(errorText);
+  for (std::string line; std::getline(errors, line);) {
     EXPECT_EQ(line.find('='), std::string::npos) << "free text only: " << line;
   }
 }

@@ -61,10 +61,9 @@ class NotificationsTest : public ::testing::Test {
 
   // One poll `seconds` after the previous one, answered by `answer`.
   void pollAfter(int seconds, HealthServer::Response answer) {
-    {
-      std::lock_guard lock(m_mutex);
-      m_answer = std::move(answer);
-    }
+    std::unique_lock lock(m_mutex);
+    m_answer = std::move(answer);
+    lock.unlock();
     clock.now += std::chrono::seconds(seconds);
     controller().poll();
     settle();
@@ -95,20 +94,12 @@ class NotificationsTest : public ::testing::Test {
 };
 
 TEST_F(NotificationsTest, PollsOfARealDaemonBecomeOneNotificationPerChange) {
-  const HealthServer::Response unavailable{503, kHealthy};
-  const HealthServer::Response garbage{200, "{\"ok\":tru"};
-  const HealthServer::Response slow{200, kHealthy, 1500ms};  // past the 500 ms time-out
-  pollAfter(5, unavailable);
-  pollAfter(5, unavailable);
-  pollAfter(5, unavailable);
-  pollAfter(5, {200, kHealthy});
-  pollAfter(5, {200, kHealthy});
-  pollAfter(5, slow);
-  pollAfter(5, slow);
-  pollAfter(5, {200, kHealthy});
-  pollAfter(5, {200, kHealthy});
-  pollAfter(5, garbage);
-  pollAfter(5, garbage);
+  const HealthServer::Response ok{200, kHealthy}, unavailable{503, kHealthy},
+      garbage{200, "{\"ok\":tru"}, slow{200, kHealthy, 1500ms};  // past the 500 ms time-out
+  for (const auto& answer : {unavailable, unavailable, unavailable, ok, ok, slow, slow, ok, ok,
+                             garbage, garbage}) {
+    pollAfter(5, answer);
+  }
   EXPECT_THAT(shown(), ElementsAre("ZEV recording stopped | The daemon answered HTTP 503",
                                    "ZEV recording is healthy again | 2/2 cameras live",
                                    "ZEV recording stopped | The daemon did not answer in time",

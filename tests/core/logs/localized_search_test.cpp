@@ -19,31 +19,24 @@ TEST(LocalizedSearch, FoldsCaseButKeepsDiacritics) {
     bool found;
   } cases[] = {
       {"en_US", "Front", "camera=front", true},
-      {"en_US", "front", "CAMERA=FRONT", true},
-      {"en_US", "door", "front", false},
       {"en_US", "cafe", "caf\u00E9", false},
       {"en_US", "cafe", "cafe\u0301", false},
       {"en_US", "caf\u00E9", "CAF\u00C9", true},
       {"en_US", "caf\u00E9", "CAFE\u0301", true},  // canonically equivalent spellings
       {"en_US", "u\u0308", "K\u00DCCHE", true},
       {"en_US", "strasse", "Stra\u00DFe", true},
-      {"en_US", "STRA\u00DFE", "strasse", true},
       {"en_US", "kelvin", "\u212Aelvin", true},
-      {"en_US", "\u0451\u0436", "\u0401\u0416", true},
       {"en_US", "i", "INFO", true},
       {"en_US", "i", "\u0130", false},  // İ folds to i + U+0307: the i carries a mark
       {"tr_TR", "i", "INFO", false},    // Turkish: I pairs with ı
       {"tr_TR", "\u0131", "INFO", true},
       {"tr_TR", "i", "\u0130zmir", true},
       {"tr_TR", "info", "\u0130NFO", true},
-      {"tr_TR", "front", "FRONT", true},  // no i: ASCII rules still hold
       {"az_AZ", "i", "INFO", false},      // Azerbaijani pairs them as Turkish does
       {"en_US", "x", "\u0600x", false},   // a prepended mark holds the x
       {"en_US", "\x01", "\u0600\x01\u0301", true},  // controls stand alone (found by fuzzing)
-      {"en_US", "a\r", "a\r\u0301", true},
       {"en_US", "a\r", "a\r\n", false},
       {"en_US", "\uFFFD", "a\xFF" "b", true},  // invalid bytes read as U+FFFD
-      {"en_US", "\u00E9", "plain ascii", false},
       {"en_US", "", "anything", true},
   };
   for (const auto& c : cases) {
@@ -52,8 +45,6 @@ TEST(LocalizedSearch, FoldsCaseButKeepsDiacritics) {
     EXPECT_EQ(search.isFoundIn(c.text), c.found);
   }
 }
-
-// Mixed text against the plain ICU rule is localized_search_fuzzer's job.
 
 // Folding or decomposing each of these leaves an ASCII character free of any
 // combining mark, so it can take part in a match with an ASCII needle.
@@ -71,14 +62,11 @@ TEST(LocalizedSearch, StandaloneASCIIFoldingTableMatchesICU) {
       s.foldCase(turkic ? U_FOLD_CASE_EXCLUDE_SPECIAL_I : U_FOLD_CASE_DEFAULT);
       s = nfd->normalize(s, status);
       for (int32_t i = 0; i < s.length(); i = s.moveIndex32(i, 1)) {
-        if (s.char32At(i) >= 0x80) continue;
         const int32_t next = s.moveIndex32(i, 1);
-        const bool marked =
-            next < s.length() && (u_getIntPropertyValue(s.char32At(next), UCHAR_GRAPHEME_CLUSTER_BREAK) ==
-                                      U_GCB_EXTEND ||
-                                  u_getIntPropertyValue(s.char32At(next), UCHAR_GRAPHEME_CLUSTER_BREAK) ==
-                                      U_GCB_SPACING_MARK);
-        if (!marked) expected = true;
+        const int mark = next < s.length()
+                             ? u_getIntPropertyValue(s.char32At(next), UCHAR_GRAPHEME_CLUSTER_BREAK)
+                             : U_GCB_OTHER;
+        expected |= s.char32At(i) < 0x80 && mark != U_GCB_EXTEND && mark != U_GCB_SPACING_MARK;
       }
     }
     ASSERT_EQ(detail::foldsToStandaloneASCII(static_cast<char32_t>(c)), expected) << std::hex << c;

@@ -15,7 +15,6 @@ TEST(BundlePathForExecutable, IsTwoLevelsUp_OnlyInsideAnAppBundle) {
   const std::pair<const char*, const char*> cases[] = {
       {"/opt/ZEV.app/Contents/Linux/ZEVLauncher", "/opt/ZEV.app"},
       {"/home/u/My Apps/ZEV.app/Contents/MacOS/ZEVLauncher", "/home/u/My Apps/ZEV.app"},
-      {"/build/app/ZEVLauncher", "/build/app"},
       {"/opt/ZEV/Contents/Linux/ZEVLauncher", "/opt/ZEV/Contents/Linux"},
   };
   for (const auto& [executable, bundle] : cases) {
@@ -39,39 +38,24 @@ class InfoPlist : public ::testing::Test {
 TEST_F(InfoPlist, KeepsStringValues_AndMarksOtherTypesAsNotAString) {
   const auto info = read(R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0">
-<dict>
+<plist version="1.0"><dict>
   <key>Nested</key>
   <dict><key>ZEVReliabilityDirectory</key><string>/inner/must/not/leak</string></dict>
   <key>List</key><array><string>a</string><integer>1</integer></array>
-  <key>Count</key><integer>7</integer>
   <key>Flag</key><true/>
   <key>Empty</key><string/>
   <key>ZEVReliabilityDirectory</key><string>~/a &amp; b/&lt;rel&gt;</string>
-</dict>
-</plist>
-)");
-  ASSERT_TRUE(info);
-  const InfoDictionary expected = {
-      {"Nested", std::nullopt},
-      {"List", std::nullopt},
-      {"Count", std::nullopt},
-      {"Flag", std::nullopt},
-      {"Empty", ""},
-      {"ZEVReliabilityDirectory", "~/a & b/<rel>"},
-  };
-  EXPECT_EQ(*info, expected);
+</dict></plist>)");
+  EXPECT_EQ(info, (InfoDictionary{{"Nested", std::nullopt}, {"List", std::nullopt},
+                                  {"Flag", std::nullopt}, {"Empty", ""},
+                                  {"ZEVReliabilityDirectory", "~/a & b/<rel>"}}));
 }
 
 TEST_F(InfoPlist, ReadsAsNothingWhenMalformed) {
-  const char* cases[] = {
-      "",
-      "ZEVReliabilityDirectory = /x",
-      "<plist><dict><key>A</key><string>x</string>",  // cut short
-      "<plist><array><string>x</string></array></plist>",
-      "<plist><dict><key>A</key></dict></plist>",
-  };
-  for (const char* body : cases) {
+  for (const char* body : {"", "ZEVReliabilityDirectory = /x",
+                           "<plist><dict><key>A</key><string>x</string>",  // cut short
+                           "<plist><array><string>x</string></array></plist>",
+                           "<plist><dict><key>A</key></dict></plist>"}) {
     SCOPED_TRACE(body);
     EXPECT_EQ(read(body), std::nullopt);
   }

@@ -7,11 +7,11 @@
 
 #include <QDBusArgument>
 #include <QDBusMessage>
-#include <QDBusMetaType>
 #include <QDBusVirtualObject>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <fstream>
 #include <vector>
 
 #include "app/fakes/fake_system_log.h"
@@ -31,30 +31,19 @@ const QString kInterface = QStringLiteral("org.freedesktop.Notifications");
 class PrivateBus {
  public:
   PrivateBus() {
-    const QString config = m_dir.filePath("bus.conf");
-    QFile file(config);
-    if (!file.open(QIODevice::WriteOnly)) return;
-    file.write(
-        QStringLiteral(
-            "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
-            "1.0//EN\" \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">"
-            "<busconfig><type>session</type><listen>unix:dir=%1</listen>"
-            "<auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\"/>"
-            "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>")
-            .arg(m_dir.path())
-            .toUtf8());
-    file.close();
-    m_daemon.start("dbus-daemon", {"--config-file=" + config, "--nofork", "--print-address"});
+    std::ofstream(m_dir.filePath("bus.conf").toStdString())
+        << "<busconfig><type>session</type><listen>unix:dir=" << m_dir.path().toStdString()
+        << "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination="
+           "\"*\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>";
+    m_daemon.start("dbus-daemon", {"--config-file=" + m_dir.filePath("bus.conf"), "--nofork",
+                                   "--print-address"});
     if (m_daemon.waitForReadyRead(5000)) address = QString::fromUtf8(m_daemon.readLine()).trimmed();
   }
   ~PrivateBus() {
     m_daemon.kill();
     m_daemon.waitForFinished(5000);
   }
-
-  QDBusConnection connect(const QString& name) {
-    return QDBusConnection::connectToBus(address, name);
-  }
+  QDBusConnection connect(const QString& name) { return QDBusConnection::connectToBus(address, name); }
 
   QString address;
 
@@ -69,8 +58,7 @@ class StandInServer : public QDBusVirtualObject {
  public:
   struct Call {
     uint replacesId;
-    QString summary;
-    QString body;
+    QString summary, body;
     int urgency;
   };
 
@@ -84,9 +72,8 @@ class StandInServer : public QDBusVirtualObject {
     if (message.member() != "Notify") return false;
     const QList<QVariant> args = message.arguments();
     const uint replaces = args.value(1).toUInt();
-    const QVariantMap hints = qdbus_cast<QVariantMap>(args.value(6));
     calls.push_back({replaces, args.value(3).toString(), args.value(4).toString(),
-                     hints.value("urgency").toInt()});
+                     qdbus_cast<QVariantMap>(args.value(6)).value("urgency").toInt()});
     return connection.send(message.createReply(QVariant(replaces ? replaces : ++m_lastId)));
   }
   QString introspect(const QString&) const override { return {}; }
@@ -173,14 +160,10 @@ TEST_F(FreedesktopNotifierTest, HealthReplacesHealth_ClicksReachTheirTarget) {
   ASSERT_TRUE(show(*notifier, kCertified));  // id 1
   ASSERT_TRUE(show(*notifier, kStopped));    // id 2
   ASSERT_TRUE(show(*notifier, kHealthy));    // replaces 2
-  ASSERT_EQ(server.calls.size(), 3u);
-  EXPECT_EQ(server.calls[0].replacesId, 0u);
-  EXPECT_EQ(server.calls[1].replacesId, 0u);
-  EXPECT_EQ(server.calls[2].replacesId, 2u);
-
-  click(2);   // now the healthy one
-  click(1);   // the update
-  click(77);  // not ours
+  std::vector<uint> replaced;
+  for (const auto& call : server.calls) replaced.push_back(call.replacesId);
+  EXPECT_THAT(replaced, ElementsAre(0u, 0u, 2u));
+  for (uint id : {2u, 1u, 77u}) click(id);  // the healthy one, the update, one never sent
   QSignalSpy settle(notifier.get(), &FreedesktopNotifier::notifyFinished);
   settle.wait(300);
   EXPECT_THAT(clicked, ElementsAre(NotificationTarget::popover, NotificationTarget::popover));
@@ -189,7 +172,6 @@ TEST_F(FreedesktopNotifierTest, HealthReplacesHealth_ClicksReachTheirTarget) {
 TEST_F(FreedesktopNotifierTest, AMissingServiceIsLoggedOnceUntilItWorksAgain) {
   auto notifier = makeNotifier();  // no server: capabilities fail too
   EXPECT_FALSE(show(*notifier, kStopped));
-  EXPECT_FALSE(show(*notifier, kHealthy));
   EXPECT_FALSE(show(*notifier, kCertified));
   ASSERT_EQ(log.messages().size(), 1u);
   EXPECT_THAT(log.messages()[0],
@@ -198,14 +180,10 @@ TEST_F(FreedesktopNotifierTest, AMissingServiceIsLoggedOnceUntilItWorksAgain) {
   startServer({});
   EXPECT_TRUE(show(*notifier, kStopped));
   EXPECT_EQ(log.messages().back(), "desktop notifications work again");
-
   FakeSystemLog noBusLog;
   FreedesktopNotifier noBus(QDBusConnection(QString()), noBusLog);
-  noBus.show(kStopped);
-  noBus.show(kStopped);
-  EXPECT_THAT(noBusLog.messages(),
-              ElementsAre("desktop notifications unavailable (no session bus); state changes are "
-                          "only logged"));
+  for (int i = 0; i < 2; ++i) noBus.show(kStopped);
+  EXPECT_THAT(noBusLog.messages(), ElementsAre(::testing::HasSubstr("(no session bus)")));
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <QProcess>
@@ -26,29 +25,23 @@ constexpr int kWaitMS = 10000;
 class PrivateBus {
  public:
   PrivateBus() {
-    m_daemon.start(QStringLiteral("dbus-daemon"),
-                   {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                    QStringLiteral("--print-address=1")});
-    if (m_daemon.waitForStarted() && m_daemon.waitForReadyRead(kWaitMS)) {
-      m_address = QString::fromUtf8(m_daemon.readLine()).trimmed();
-    }
+    m_daemon.start("dbus-daemon", {"--session", "--nofork", "--print-address=1"});
+    if (m_daemon.waitForReadyRead(kWaitMS)) address = QString::fromUtf8(m_daemon.readLine()).trimmed();
   }
   ~PrivateBus() {
     for (const QString& name : m_connections) QDBusConnection::disconnectFromBus(name);
     m_daemon.kill();
     m_daemon.waitForFinished();
   }
-
-  bool running() const { return !m_address.isEmpty(); }
-
   QDBusConnection connect(const QString& name) {
     m_connections.append(name);
-    return QDBusConnection::connectToBus(m_address, name);
+    return QDBusConnection::connectToBus(address, name);
   }
+
+  QString address;
 
  private:
   QProcess m_daemon;
-  QString m_address;
   QStringList m_connections;
 };
 
@@ -59,36 +52,33 @@ class FakeFileManager : public QDBusVirtualObject {
 
   QString introspect(const QString&) const override { return {}; }
   bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
-    if (message.interface() != QLatin1String("org.freedesktop.FileManager1") ||
-        message.member() != QLatin1String("ShowItems")) {
-      return false;
-    }
+    if (message.member() != QLatin1String("ShowItems")) return false;
     shown.append(message.arguments().value(0).toStringList());
     connection.send(message.createReply());
     return true;
   }
 };
 
+// Remembers the URLs the workspace opens itself.
 struct RecordingOpener {
   std::shared_ptr<QList<QUrl>> opened = std::make_shared<QList<QUrl>>();
   LinuxWorkspace::UrlOpener function() {
-    return [opened = opened](const QUrl& url) {
-      opened->append(url);
-      return true;
-    };
+    return [opened = opened](const QUrl& url) { return opened->append(url), true; };
   }
 };
 
+const QUrl kFolder(QStringLiteral("file:///home/tester/.zevd"));
+
 TEST(LinuxWorkspace, OpensTheContainingFolderWithoutASessionBus) {
   RecordingOpener opener;
-  LinuxWorkspace workspace(QDBusConnection(QStringLiteral("not-connected")), opener.function());
-  workspace.revealFile("/home/tester/.zevd/zevd.log");
-  EXPECT_THAT(*opener.opened, ElementsAre(QUrl(QStringLiteral("file:///home/tester/.zevd"))));
+  LinuxWorkspace(QDBusConnection(QStringLiteral("not-connected")), opener.function())
+      .revealFile("/home/tester/.zevd/zevd.log");
+  EXPECT_THAT(*opener.opened, ElementsAre(kFolder));
 }
 
 TEST(LinuxWorkspace, AsksTheFileManagerToShowTheFile_OrFallsBackWhenNoneAnswers) {
   PrivateBus bus;
-  if (!bus.running()) GTEST_SKIP() << "dbus-daemon could not be started";
+  if (bus.address.isEmpty()) GTEST_SKIP() << "dbus-daemon could not be started";
 
   QDBusConnection fileManagerBus = bus.connect(QStringLiteral("file-manager"));
   FakeFileManager fileManager;
@@ -109,7 +99,7 @@ TEST(LinuxWorkspace, AsksTheFileManagerToShowTheFile_OrFallsBackWhenNoneAnswers)
   ASSERT_TRUE(fileManagerBus.unregisterService(QStringLiteral("org.freedesktop.FileManager1")));
   workspace.revealFile("/home/tester/.zevd/zevd.log");
   ASSERT_TRUE(QTest::qWaitFor([&] { return !opener.opened->isEmpty(); }, kWaitMS));
-  EXPECT_THAT(*opener.opened, ElementsAre(QUrl(QStringLiteral("file:///home/tester/.zevd"))));
+  EXPECT_THAT(*opener.opened, ElementsAre(kFolder));
   EXPECT_EQ(fileManager.shown.size(), 1);
 }
 
