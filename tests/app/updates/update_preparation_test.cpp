@@ -189,7 +189,9 @@ TEST(UpdateCheckFeedbackWindowTest, OfferIsPlainTextAndInstallAccepts) {
   EXPECT_EQ(installs, 1);
 }
 
-TEST(AppDelegateUpdatesTest, LaunchStartsUpdatesBeforeTheStatusItemAndThePopoverChecks) {
+// The launch order and its log lines are the app delegate test's; here the
+// popover's button reaches the updater the launch started.
+TEST(AppDelegateUpdatesTest, PopoverCheckReachesTheUpdaterStartedAtLaunch) {
   QTemporaryDir dir;
   testing::FakePlatform fakes;
   fakes.bundleInfo->home = dir.path().toStdString();
@@ -198,15 +200,7 @@ TEST(AppDelegateUpdatesTest, LaunchStartsUpdatesBeforeTheStatusItemAndThePopover
   std::ostringstream standardError;
   AppDelegate delegate(fakes.take(), standardError);
   delegate.updates().setSentinelPathForTesting(dir.filePath("trigger").toStdString());
-
   delegate.applicationDidFinishLaunching();
-
-  const std::vector<std::string> log = fakes.launcherLog->messages();
-  ASSERT_GE(log.size(), 2u);
-  EXPECT_EQ(log[log.size() - 2], "Sparkle started; feed=<nil>");
-  EXPECT_EQ(log.back(),
-            "update push watcher started; sentinel=" + dir.filePath("trigger").toStdString());
-  EXPECT_TRUE(delegate.updates().isPushWatcherRunning());
   ASSERT_NE(delegate.statusController(), nullptr);
   delegate.statusController()->togglePopover();
   delegate.statusController()
