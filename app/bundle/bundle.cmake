@@ -17,6 +17,8 @@
 #
 # Included from the top-level list after every subdirectory, so the targets it
 # packs (ZEVLauncher, zevd-sim) are known by then.
+include(${CMAKE_CURRENT_LIST_DIR}/bundle_settings.cmake)
+
 set(ZEV_RELIABILITY_DIRECTORY "" CACHE STRING
     "ZEVReliabilityDirectory written into the bundle's Info.plist (empty: key left out)")
 
@@ -33,10 +35,7 @@ set(ZEV_CERTIFICATION_WINDOW_SECONDS "" CACHE STRING
 
 set(ZEV_INFO_PLIST_EXTRA "")
 if(NOT ZEV_RELIABILITY_DIRECTORY STREQUAL "")
-  string(REPLACE "&" "&amp;" escaped "${ZEV_RELIABILITY_DIRECTORY}")
-  string(REPLACE "<" "&lt;" escaped "${escaped}")
-  string(APPEND ZEV_INFO_PLIST_EXTRA
-         "\t<key>ZEVReliabilityDirectory</key>\n\t<string>${escaped}</string>\n")
+  zev_plist_string_entry(ZEV_INFO_PLIST_EXTRA ZEVReliabilityDirectory "${ZEV_RELIABILITY_DIRECTORY}")
 endif()
 if(NOT ZEV_CERTIFICATION_WINDOW_SECONDS STREQUAL "")
   if(NOT ZEV_CERTIFICATION_WINDOW_SECONDS MATCHES "^[0-9]+$")
@@ -97,6 +96,10 @@ if(TARGET zevd-sim)
   add_custom_target(ZEVBundleDaemon ALL DEPENDS ${ZEV_BUNDLE_CONTENTS}/Helpers/zevd)
 endif()
 
+if(APPLE)
+  include(${CMAKE_CURRENT_LIST_DIR}/bundle_mac.cmake)
+endif()
+
 # Last: the signed manifest of everything in the bundle. Runs on every build
 # (hashing the bundle takes a fraction of a second), after every target that
 # puts something into it.
@@ -117,4 +120,15 @@ endif()
 if(TARGET app_launcher_smoke_test AND TARGET ZEVLauncher)
   target_compile_definitions(app_launcher_smoke_test PRIVATE ZEV_BUNDLE="${ZEV_BUNDLE}")
   add_dependencies(app_launcher_smoke_test ZEVLauncher)
+endif()
+
+# Certified updates end to end: releases made from this bundle with
+# tools/release, served on loopback, installed, certified and failed
+# (tests/e2e/update_e2e.sh). Writes build/<preset>/artifacts/update-e2e/.
+if(ZEV_BUILD_TESTS AND ZEV_SIGN_MANIFEST AND TARGET ZEVLauncher AND TARGET zevd-sim)
+  add_test(NAME Update.EndToEnd
+           COMMAND ${PROJECT_SOURCE_DIR}/tests/e2e/update_e2e.sh ${ZEV_BUNDLE}
+                   $<TARGET_FILE:zev-sign> ${CMAKE_BINARY_DIR}/artifacts/update-e2e)
+  set_tests_properties(Update.EndToEnd PROPERTIES LABELS update-e2e SKIP_RETURN_CODE 77
+                       TIMEOUT 600)
 endif()

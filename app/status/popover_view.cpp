@@ -23,6 +23,7 @@
 #include "app/status/health_state.h"
 #include "app/status/popover_icons.h"
 #include "app/status/status_colors.h"
+#include "app/status/symbol_icon.h"
 
 namespace zev {
 namespace {
@@ -390,7 +391,12 @@ QWidget* PopoverView::buildActions() {
 
   auto* updates = new QToolButton(actions);
   updates->setObjectName("checkUpdatesButton");
-  updates->setIcon(popoverIcon(PopoverIcon::refresh, palette()));
+  // The system's own symbol where there is one (macOS), else the icon
+  // theme's or our drawing.
+  QIcon icon = symbolIcon(QStringLiteral("arrow.triangle.2.circlepath"),
+                          palette().color(QPalette::ButtonText), 16);
+  if (icon.isNull()) icon = popoverIcon(PopoverIcon::refresh, palette());
+  updates->setIcon(icon);
   updates->setIconSize(QSize(16, 16));
   updates->setAutoRaise(true);
   updates->setToolTip(QStringLiteral("Check for Updates"));

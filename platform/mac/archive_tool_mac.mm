@@ -1,8 +1,8 @@
 // ArchiveTool on macOS: /usr/bin/ditto copies the bundle (modes, links,
 // extended attributes and signatures kept) and /usr/bin/codesign --verify
 // --deep --strict checks the copy's code signature. Both through the
-// process runner, on the archiving step's worker thread. Never compiled off
-// Apple; not exercised by the Linux CI.
+// process runner, on the archiving step's worker thread. Compile-checked on
+// Linux (tests/macos); never run there.
 #include <exception>
 #include <memory>
 

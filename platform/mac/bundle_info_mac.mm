@@ -1,22 +1,31 @@
-// BundleInfo on NSBundle. Never compiled off Apple; not exercised by the
-// Linux CI.
+// BundleInfo on NSBundle. Compile-checked on Linux against GNUstep
+// (tests/macos); never run there.
 #import <Foundation/Foundation.h>
 
 #include "app/ports/bundle_info.h"
 
 namespace zev {
+namespace {
+
+// UTF8String is NULL for a nil string, which no std::string may be built from.
+std::string utf8(NSString* text) {
+  const char* bytes = text.UTF8String;
+  return bytes ? std::string(bytes) : std::string();
+}
+
+}  // namespace
 
 class MacBundleInfo : public BundleInfo {
  public:
-  std::filesystem::path bundlePath() override { return NSBundle.mainBundle.bundlePath.UTF8String; }
+  std::filesystem::path bundlePath() override { return utf8(NSBundle.mainBundle.bundlePath); }
   std::optional<std::string> stringValue(const std::string& key) override {
-    id value = [NSBundle.mainBundle
-        objectForInfoDictionaryKey:[NSString stringWithUTF8String:key.c_str()]];
+    NSString* name = [NSString stringWithUTF8String:key.c_str()];
+    if (!name) return std::nullopt;
+    id value = [NSBundle.mainBundle objectForInfoDictionaryKey:name];
     if (![value isKindOfClass:NSString.class]) return std::nullopt;
-    const char* bytes = static_cast<NSString*>(value).UTF8String;
-    return bytes ? std::string(bytes) : std::string();
+    return utf8(static_cast<NSString*>(value));
   }
-  std::filesystem::path homeDirectory() override { return NSHomeDirectory().UTF8String; }
+  std::filesystem::path homeDirectory() override { return utf8(NSHomeDirectory()); }
 };
 
 std::unique_ptr<BundleInfo> makeMacBundleInfo() { return std::make_unique<MacBundleInfo>(); }

@@ -1,8 +1,8 @@
 // Notifier on UNUserNotificationCenter. Permission is asked once, when the
 // notifier is made; until the user answers, and after a refusal, show() only
 // reaches the log (once). A click reaches the handler on the main queue with
-// the target carried in the notification's userInfo. Never compiled off
-// Apple; not exercised by the Linux CI.
+// the target carried in the notification's userInfo. Compile-checked on
+// Linux (tests/macos); never run there.
 #import <Foundation/Foundation.h>
 #import <UserNotifications/UserNotifications.h>
 
@@ -40,11 +40,12 @@
 namespace zev {
 namespace {
 
+// nil when the bytes are not UTF-8: then nothing rather than nil.
 NSString* ns(const std::string& text) {
-  return [[NSString alloc] initWithBytes:text.data()
-                                  length:text.size()
-                                encoding:NSUTF8StringEncoding]
-             ?: @"";
+  NSString* string = [[NSString alloc] initWithBytes:text.data()
+                                              length:text.size()
+                                            encoding:NSUTF8StringEncoding];
+  return string ? string : @"";
 }
 
 }  // namespace
@@ -65,7 +66,7 @@ class MacNotifier : public Notifier {
     SystemLog* logPointer = &m_log;
     [center
         requestAuthorizationWithOptions:(UNAuthorizationOptionAlert | UNAuthorizationOptionSound)
-                      completionHandler:^(BOOL granted, NSError* error) {
+                      completionHandler:^(BOOL granted, NSError* /*error*/) {
                         dispatch_async(dispatch_get_main_queue(), ^{
                           auto alive = state.lock();
                           if (!alive) return;

@@ -1,5 +1,5 @@
-// The real macOS adapters. Never compiled off Apple; not exercised by the
-// Linux CI.
+// The real macOS adapters. Compile-checked on Linux
+// (tests/macos); never run there.
 #include "app/shell/constants.h"
 #include "app/ports/platform.h"
 

@@ -1,5 +1,5 @@
-// ServiceManager on SMAppService and launchctl. Never compiled off Apple; not
-// exercised by the Linux CI.
+// ServiceManager on SMAppService and launchctl. Compile-checked on Linux
+// against GNUstep and declaration shims (tests/macos); never run there.
 #import <Foundation/Foundation.h>
 #import <ServiceManagement/ServiceManagement.h>
 #include <unistd.h>
@@ -18,7 +18,7 @@ std::string utf8(NSString* text) {
 
 std::optional<ServiceError> toServiceError(BOOL ok, NSError* error) {
   if (ok) return std::nullopt;
-  ServiceError result;
+  ServiceError result;  // a nil error (no service at all) leaves code 0 and no text
   result.code = static_cast<int>(error.code);
   result.localizedDescription = utf8(error.localizedDescription);
   result.fullDescription = utf8(error.description);
@@ -61,8 +61,10 @@ class MacServiceManager : public ServiceManager {
     return std::make_unique<MacAppService>(SMAppService.mainAppService);
   }
   std::unique_ptr<AppService> agentService(const std::string& plistName) override {
+    // A name that is not UTF-8 gives no service: every call on it then fails.
     NSString* name = [NSString stringWithUTF8String:plistName.c_str()];
-    return std::make_unique<MacAppService>([SMAppService agentServiceWithPlistName:name]);
+    return std::make_unique<MacAppService>(name ? [SMAppService agentServiceWithPlistName:name]
+                                                : nil);
   }
   Command kickstartCommand(const std::string& label) override {
     return Command{"/bin/launchctl",

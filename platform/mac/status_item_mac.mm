@@ -1,7 +1,7 @@
 // The status item on macOS: an NSStatusItem of variable length in the system
 // status bar, with the dot as the button's image (not a template, so the menu
-// bar keeps its colour) before the " 3/4" title. Never compiled off Apple and
-// not exercised by the Linux CI: unverified.
+// bar keeps its colour) before the " 3/4" title. Compile-checked on Linux
+// against GNUstep (tests/macos); never run there.
 #import <AppKit/AppKit.h>
 
 #include <QImage>
@@ -45,7 +45,8 @@ class MacStatusItem : public StatusItem {
     NSImage* picture =
         [[NSImage alloc] initWithCGImage:cgImage size:NSMakeSize(points.width(), points.height())];
     CGImageRelease(cgImage);
-    picture.template = NO;
+    // `template` is a C++ keyword: the property is reached through its setter.
+    [picture setTemplate:NO];
     m_item.button.image = picture;
   }
 
@@ -63,11 +64,12 @@ class MacStatusItem : public StatusItem {
   std::optional<QRect> anchorRect() const override {
     NSStatusBarButton* button = m_item.button;
     NSWindow* window = button.window;
-    NSScreen* screen = window.screen ?: NSScreen.screens.firstObject;
-    if (!window || !screen) return std::nullopt;
+    // Screen coordinates are relative to the primary screen, the first one.
+    NSScreen* primary = NSScreen.screens.firstObject;
+    if (!window || !primary) return std::nullopt;
     const NSRect frame = [window convertRectToScreen:[button convertRect:button.bounds toView:nil]];
-    // Cocoa counts y upwards from the bottom of the main screen; Qt downwards from its top.
-    const CGFloat top = NSMaxY(NSScreen.screens.firstObject.frame);
+    // Cocoa counts y upwards from the bottom of the primary screen; Qt downwards from its top.
+    const CGFloat top = NSMaxY(primary.frame);
     return QRect(int(NSMinX(frame)), int(top - NSMaxY(frame)), int(NSWidth(frame)),
                  int(NSHeight(frame)));
   }

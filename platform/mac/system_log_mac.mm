@@ -1,5 +1,5 @@
-// SystemLog on the unified log (os_log), messages public. Never compiled off
-// Apple; not exercised by the Linux CI.
+// SystemLog on the unified log (os_log), messages public. Compile-checked on Linux
+// (tests/macos); never run there.
 #include <os/log.h>
 
 #include <string>

@@ -1,7 +1,7 @@
 // Updater on Sparkle 2: SPUStandardUpdaterController with a small bridge
 // object as its updater delegate and standard-user-driver delegate, which
-// hands every callback to the application's UpdaterDelegate. Never compiled
-// off Apple; not exercised by the Linux CI.
+// hands every callback to the application's UpdaterDelegate. Compile-checked
+// on Linux against declarations of Sparkle 2 (tests/macos); never run there.
 //
 // Sparkle calls its delegates on the main thread, and the controller keeps
 // them weakly: MacUpdater owns the bridge for as long as the controller lives.

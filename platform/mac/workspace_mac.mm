@@ -1,5 +1,5 @@
-// Workspace and AppActivation on AppKit. Never compiled off Apple; not
-// exercised by the Linux CI.
+// Workspace and AppActivation on AppKit. Compile-checked on Linux against
+// GNUstep (tests/macos); never run there.
 #import <AppKit/AppKit.h>
 
 #include "app/ports/app_activation.h"
@@ -10,11 +10,21 @@ namespace zev {
 class MacWorkspace : public Workspace {
  public:
   void openURL(const std::string& url) override {
-    NSURL* target = [NSURL URLWithString:[NSString stringWithUTF8String:url.c_str()]];
+    // nil when the text is not UTF-8; NSURL then has nothing to parse.
+    NSString* text = [NSString stringWithUTF8String:url.c_str()];
+    NSURL* target = text ? [NSURL URLWithString:text] : nil;
     if (target) [NSWorkspace.sharedWorkspace openURL:target];
   }
   void revealFile(const std::filesystem::path& file) override {
-    NSURL* target = [NSURL fileURLWithPath:[NSString stringWithUTF8String:file.c_str()]];
+    // A path is file-system bytes, not necessarily UTF-8; a path the file
+    // manager cannot represent as a string is not revealed (fileURLWithPath:
+    // raises on nil).
+    const std::string& bytes = file.native();
+    if (bytes.empty()) return;
+    NSString* path = [NSFileManager.defaultManager stringWithFileSystemRepresentation:bytes.c_str()
+                                                                              length:bytes.size()];
+    if (!path) return;
+    NSURL* target = [NSURL fileURLWithPath:path];
     [NSWorkspace.sharedWorkspace activateFileViewerSelectingURLs:@[ target ]];
   }
 };
@@ -25,7 +35,15 @@ class MacAppActivation : public AppActivation {
     [NSApp setActivationPolicy:NSApplicationActivationPolicyAccessory];
   }
   void becomeRegular() override { [NSApp setActivationPolicy:NSApplicationActivationPolicyRegular]; }
-  void activate() override { [NSApp activateIgnoringOtherApps:YES]; }
+  void activate() override {
+    // activateIgnoringOtherApps: is deprecated from macOS 14, whose activate
+    // asks the system rather than taking focus outright.
+    if (@available(macOS 14.0, *)) {
+      [NSApp activate];
+    } else {
+      [NSApp activateIgnoringOtherApps:YES];
+    }
+  }
 };
 
 std::unique_ptr<Workspace> makeMacWorkspace() { return std::make_unique<MacWorkspace>(); }
