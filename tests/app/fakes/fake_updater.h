@@ -3,6 +3,7 @@
 #ifndef ZEV_TESTS_APP_FAKES_FAKE_UPDATER_H_
 #define ZEV_TESTS_APP_FAKES_FAKE_UPDATER_H_
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -21,7 +22,8 @@ class FakeUpdater : public Updater {
  public:
   UpdaterDelegate* delegate = nullptr;
   std::optional<std::string> feed;
-  // "start", "automaticChecks=1", "automaticDownloads=1", "background", "userInitiated"
+  // "start", "automaticChecks=1", "automaticDownloads=1", "background",
+  // "userInitiated"
   std::vector<std::string> calls;
 
   void start(UpdaterDelegate& updaterDelegate) override {
@@ -39,9 +41,7 @@ class FakeUpdater : public Updater {
   void checkForUpdates() override { calls.push_back("userInitiated"); }
 
   int count(const std::string& call) const {
-    int n = 0;
-    for (const std::string& c : calls) n += c == call;
-    return n;
+    return int(std::count(calls.begin(), calls.end(), call));
   }
 };
 
