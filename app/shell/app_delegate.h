@@ -21,6 +21,7 @@
 
 namespace zev {
 
+class LogWindowController;
 class StatusItemController;
 
 class AppDelegate : public QObject {
@@ -65,6 +66,11 @@ class AppDelegate : public QObject {
   // Builds the status item controller with the five actions and starts polling.
   void installStatusItem();
 
+  // The status item's View Log: makes the log window on first use, then
+  // shows it and brings it to the front.
+  void showLogWindow();
+  LogWindowController* logWindowController() const { return m_logWindowController.get(); }
+
   const QUrl& localBase() const { return m_localBase; }
   // For development and tests only: points the launcher at another daemon
   // (main.cpp reads it from ZEV_DAEMON_URL). Call before the launch sequence.
@@ -78,6 +84,7 @@ class AppDelegate : public QObject {
   Clock m_clock;
   QUrl m_localBase;
   std::unique_ptr<StatusItemController> m_statusController;
+  std::unique_ptr<LogWindowController> m_logWindowController;
 };
 
 }  // namespace zev
