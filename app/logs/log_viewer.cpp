@@ -252,8 +252,13 @@ LogViewer::LogViewer(LogViewerModel& model,
     if (camera >= 0) m_camera->setCurrentIndex(camera);
   });
   // Scrolling up unpins; scrolling back to the bottom pins again.
-  connect(m_list->verticalScrollBar(), &QScrollBar::valueChanged, this, [this](int value) {
-    m_pinned = value >= m_list->verticalScrollBar()->maximum();
+  // The list lays its rows out later, so the scroll range grows after the
+  // rows arrive: a pinned list follows the range.
+  QScrollBar* scroll = m_list->verticalScrollBar();
+  connect(scroll, &QScrollBar::valueChanged, this,
+          [this, scroll](int value) { m_pinned = value >= scroll->maximum(); });
+  connect(scroll, &QScrollBar::rangeChanged, this, [this, scroll](int, int maximum) {
+    if (m_pinned && m_follow->isChecked()) scroll->setValue(maximum);
   });
 
   showStatus(m_model.status());

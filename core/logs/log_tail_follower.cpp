@@ -54,6 +54,13 @@ std::string readRange(const std::filesystem::path& path, uint64_t from, uint64_t
 // (CR LF is one character, as in a full load).
 bool endsLine(std::string_view bytes, size_t lf) { return lf == 0 || bytes[lf - 1] != '\r'; }
 
+// Reads the file's first bytes into the cursor's head.
+void readHead(const std::filesystem::path& path, LogFollowCursor& cursor) {
+  const std::string head = readRange(path, 0, cursor.head.size());
+  std::memcpy(cursor.head.data(), head.data(), head.size());
+  cursor.headSize = static_cast<uint8_t>(head.size());
+}
+
 }  // namespace
 
 namespace LogTailFollower {
@@ -62,8 +69,11 @@ std::pair<LogTailResult, LogFollowCursor> loadAndStart(const std::filesystem::pa
                                                        int64_t maxBytes, int64_t maxLines) {
   const struct stat status = statOrThrow(path);
   LogTailResult result = LogTailLoader::load(path, maxBytes, maxLines);
-  const LogFollowCursor cursor{static_cast<uint64_t>(status.st_dev),
-                               static_cast<uint64_t>(status.st_ino), result.fileSize};
+  LogFollowCursor cursor;
+  cursor.device = static_cast<uint64_t>(status.st_dev);
+  cursor.inode = static_cast<uint64_t>(status.st_ino);
+  cursor.offset = result.fileSize;
+  readHead(path, cursor);
   return {std::move(result), cursor};
 }
 
@@ -72,10 +82,15 @@ LogFollowResult readAppended(const std::filesystem::path& path, const LogFollowC
   const struct stat status = statOrThrow(path);
   const uint64_t size = status.st_size > 0 ? static_cast<uint64_t>(status.st_size) : 0;
   LogFollowResult result;
-  result.cursor = {static_cast<uint64_t>(status.st_dev), static_cast<uint64_t>(status.st_ino),
-                   cursor.offset};
+  result.cursor.device = static_cast<uint64_t>(status.st_dev);
+  result.cursor.inode = static_cast<uint64_t>(status.st_ino);
+  result.cursor.offset = cursor.offset;
+  readHead(path, result.cursor);
+  const bool sameHead =
+      result.cursor.headSize >= cursor.headSize &&
+      std::memcmp(result.cursor.head.data(), cursor.head.data(), cursor.headSize) == 0;
   result.restarted = result.cursor.device != cursor.device ||
-                     result.cursor.inode != cursor.inode || size < cursor.offset;
+                     result.cursor.inode != cursor.inode || size < cursor.offset || !sameHead;
   if (result.restarted) result.cursor.offset = 0;
   const uint64_t start = result.cursor.offset;
   if (size == start) return result;

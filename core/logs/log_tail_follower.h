@@ -10,6 +10,7 @@
 #ifndef ZEV_CORE_LOG_TAIL_FOLLOWER_H_
 #define ZEV_CORE_LOG_TAIL_FOLLOWER_H_
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <vector>
@@ -25,6 +26,10 @@ struct LogFollowCursor {
   // The first byte not yet consumed: just past the last line feed that
   // ended a line, so a line still being written is read again whole.
   uint64_t offset = 0;
+  // The file's first bytes when last read. A file deleted and created anew
+  // can get the old inode back; its first line (a timestamp) tells it apart.
+  std::array<char, 64> head{};
+  uint8_t headSize = 0;
 
   bool operator==(const LogFollowCursor&) const = default;
 };
