@@ -153,7 +153,7 @@ LogViewer::LogViewer(LogViewerModel& model,
                      std::function<void(const std::filesystem::path&)> reveal, QWidget* parent)
     : QWidget(parent), m_model(model), m_reveal(std::move(reveal)) {
   auto* layout = new QVBoxLayout(this);
-  layout->setContentsMargins(12, 12, 12, 12);
+  layout->setContentsMargins(8, 8, 8, 8);
   buildControls();
 
   m_list = new QListView(this);
