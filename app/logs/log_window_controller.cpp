@@ -1,5 +1,6 @@
 #include "app/logs/log_window_controller.h"
 
+#include <QShortcut>
 #include <QVBoxLayout>
 
 #include "app/ports/app_activation.h"
@@ -28,6 +29,9 @@ LogWindowController::LogWindowController(const std::filesystem::path& homeDirect
       m_window.get());
   layout->addWidget(m_viewer);
   m_window->resize(900, 600);
+  // Ctrl+W (Command-W on macOS) closes, that is hides, the window.
+  auto* close = new QShortcut(QKeySequence::Close, m_window.get());
+  connect(close, &QShortcut::activated, m_window.get(), &QWidget::close);
 }
 
 LogWindowController::~LogWindowController() {
