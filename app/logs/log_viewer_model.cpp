@@ -3,6 +3,7 @@
 #include <QClipboard>
 #include <QCoreApplication>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QPointer>
 #include <QThreadPool>
@@ -67,6 +68,18 @@ LogViewerModel::LogViewerModel(std::filesystem::path daemonURL, std::filesystem:
       m_visible(new LogLineListModel(*this, this)) {
   m_followTimer.setInterval(kDefaultFollowInterval);
   connect(&m_followTimer, &QTimer::timeout, this, &LogViewerModel::pollFollow);
+  connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, [this] {
+    if (m_following) pollFollow();
+  });
+}
+
+void LogViewerModel::watchCurrentFile() {
+  const QString path = QString::fromStdString(currentURL().string());
+  const QStringList watched = m_watcher.files();
+  if (watched.size() == 1 && watched.front() == path) return;
+  if (!watched.isEmpty()) m_watcher.removePaths(watched);
+  // Fails quietly while the file is missing; the timer tries again.
+  if (m_following && QFileInfo::exists(path)) m_watcher.addPath(path);
 }
 
 LogViewerModel::~LogViewerModel() = default;
@@ -177,6 +190,7 @@ void LogViewerModel::applyLoad(const QUuid& generation, LoadOutcome outcome) {
   emit linesReplaced();
   setStatus(status);
   emit announcement(m_status);
+  watchCurrentFile();
 }
 
 std::vector<const LogLine*> LogViewerModel::filteredLines() const {
@@ -226,6 +240,7 @@ void LogViewerModel::setFollowing(bool following) {
   } else {
     m_followTimer.stop();
   }
+  watchCurrentFile();
 }
 
 std::chrono::milliseconds LogViewerModel::followInterval() const {
@@ -238,7 +253,12 @@ void LogViewerModel::setFollowIntervalForTesting(std::chrono::milliseconds inter
 
 void LogViewerModel::pollFollow() {
   // One read at a time, and only on top of an applied load.
-  if (m_isLoading || m_followInFlight || !m_cursor) return;
+  if (!m_following || m_isLoading || !m_cursor) return;
+  if (m_followInFlight) {
+    m_followAgain = true;
+    return;
+  }
+  watchCurrentFile();  // again after a rotation replaced the file
   m_followInFlight = true;
   const QUuid generation = m_loadGeneration;
   const QPointer<LogViewerModel> self(this);
@@ -258,6 +278,10 @@ void LogViewerModel::pollFollow() {
 
 void LogViewerModel::applyFollow(const QUuid& generation, std::optional<LogFollowResult> result) {
   m_followInFlight = false;
+  if (m_followAgain) {
+    m_followAgain = false;
+    QTimer::singleShot(0, this, &LogViewerModel::pollFollow);
+  }
   if (generation != m_loadGeneration || !m_cursor || !result) return;
   m_cursor = result->cursor;
   if (result->replaced) {

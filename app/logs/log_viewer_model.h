@@ -7,12 +7,15 @@
 // the newest load's outcome is applied (the last started load wins, whatever
 // finishes first). A load that finishes after the model is gone is dropped.
 //
-// While following, the file is polled four times a second and only the bytes
-// appended since the last read are parsed (core/logs/log_tail_follower.h);
-// new lines are appended, the oldest drop out beyond the line budget.
+// While following, the file is read when the file system reports a change
+// and, as a fallback (rotation, file systems without change notification),
+// four times a second; only the bytes appended since the last read are
+// parsed (core/logs/log_tail_follower.h). New lines are appended, the oldest
+// drop out beyond the line budget.
 #ifndef ZEV_APP_LOGS_LOG_VIEWER_MODEL_H_
 #define ZEV_APP_LOGS_LOG_VIEWER_MODEL_H_
 
+#include <QFileSystemWatcher>
 #include <QObject>
 #include <chrono>
 #include <QString>
@@ -150,6 +153,9 @@ class LogViewerModel : public QObject {
   bool m_following = false;
   QTimer m_followTimer;
   bool m_followInFlight = false;
+  bool m_followAgain = false;  // a change arrived while a read was in flight
+  QFileSystemWatcher m_watcher;
+  void watchCurrentFile();
   std::optional<LogFollowCursor> m_cursor;  // set by the applied load
 };
 
