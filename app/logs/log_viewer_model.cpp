@@ -64,6 +64,10 @@ LogViewerModel::LogViewerModel(std::filesystem::path daemonURL, std::filesystem:
     : QObject(parent),
       m_daemonURL(std::move(daemonURL)),
       m_stderrURL(std::move(stderrURL)),
+      m_loader([arena = m_arena](const std::filesystem::path& path, int64_t maxBytes,
+                                 int64_t maxLines) {
+        return loadTail(path, maxBytes, maxLines, arena.get());
+      }),
       m_chooseSaveFile(&askForSaveFile),
       m_visible(new LogLineListModel(*this, this)) {
   m_followTimer.setInterval(kDefaultFollowInterval);
@@ -85,9 +89,10 @@ void LogViewerModel::watchCurrentFile() {
 LogViewerModel::~LogViewerModel() = default;
 
 LogViewerModel::LoadOutcome LogViewerModel::loadTail(const std::filesystem::path& path,
-                                                     int64_t maxBytes, int64_t maxLines) {
+                                                     int64_t maxBytes, int64_t maxLines,
+                                                     LogLoadArena* arena) {
   try {
-    return {LogTailFollower::loadAndStart(path, maxBytes, maxLines)};
+    return {LogTailFollower::loadAndStart(path, maxBytes, maxLines, arena)};
   } catch (const std::exception& error) {
     return {describe(error)};
   }

@@ -31,6 +31,7 @@
 #include "app/logs/log_source.h"
 #include "core/logs/log_filter.h"
 #include "core/logs/log_line.h"
+#include "core/logs/log_load_arena.h"
 #include "core/logs/log_severity.h"
 #include "core/logs/log_tail_follower.h"
 
@@ -108,9 +109,10 @@ class LogViewerModel : public QObject {
   void setBudgetsForTesting(int64_t maxBytes, int64_t maxLines);
   void setFollowIntervalForTesting(std::chrono::milliseconds interval);
 
-  // The default loader: LogTailFollower::loadAndStart.
+  // The default loader: LogTailFollower::loadAndStart, with the model's
+  // arena so that loads in a row reuse warm memory.
   static LoadOutcome loadTail(const std::filesystem::path& path, int64_t maxBytes,
-                              int64_t maxLines);
+                              int64_t maxLines, LogLoadArena* arena = nullptr);
 
  signals:
   void sourceChanged();
@@ -146,7 +148,8 @@ class LogViewerModel : public QObject {
   int64_t m_maxLines = 5000;
   QUuid m_loadGeneration = QUuid::createUuid();
 
-  Loader m_loader = &LogViewerModel::loadTail;
+  std::shared_ptr<LogLoadArena> m_arena = std::make_shared<LogLoadArena>();
+  Loader m_loader;
   SaveFileChooser m_chooseSaveFile;
   LogLineListModel* m_visible = nullptr;
 

@@ -66,9 +66,11 @@ void readHead(const std::filesystem::path& path, LogFollowCursor& cursor) {
 namespace LogTailFollower {
 
 std::pair<LogTailResult, LogFollowCursor> loadAndStart(const std::filesystem::path& path,
-                                                       int64_t maxBytes, int64_t maxLines) {
+                                                       int64_t maxBytes, int64_t maxLines,
+                                                       LogLoadArena* arena) {
   const struct stat status = statOrThrow(path);
-  LogTailResult result = LogTailLoader::load(path, maxBytes, maxLines);
+  LogTailResult result = arena != nullptr ? LogTailLoader::load(path, maxBytes, maxLines, *arena)
+                                          : LogTailLoader::load(path, maxBytes, maxLines);
   LogFollowCursor cursor;
   cursor.device = static_cast<uint64_t>(status.st_dev);
   cursor.inode = static_cast<uint64_t>(status.st_ino);

@@ -48,9 +48,12 @@ struct LogFollowResult {
 namespace LogTailFollower {
 
 // A full tail load (LogTailLoader::load) and the cursor to follow on from
-// it. A partial last line is shown by the load and not read again.
+// it, with the load's memory from `arena` when one is given. A last line
+// still being written when the load ran shows as loaded; its rest arrives
+// as a line of its own.
 std::pair<LogTailResult, LogFollowCursor> loadAndStart(const std::filesystem::path& path,
-                                                       int64_t maxBytes, int64_t maxLines);
+                                                       int64_t maxBytes, int64_t maxLines,
+                                                       LogLoadArena* arena = nullptr);
 
 // The complete lines appended since `cursor`. Reads at most `maxBytes`
 // (more appended than that gives the newest part, `replaced`), keeps at most
