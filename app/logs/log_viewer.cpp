@@ -387,18 +387,25 @@ void LogViewer::scrollToNewestIfPinned() {
 
 void LogViewer::showStatus(const QString& status) {
   m_status->setText(status);
-  m_status->setAccessibleName(QStringLiteral("Log status: ") + status);
+  const QString name = QStringLiteral("Log status: ") + status;
+  // setAccessibleName tells assistive technology of a changed name itself.
+  m_nameChangeSent = m_status->accessibleName() != name;
+  m_status->setAccessibleName(name);
 }
 
 // Qt has no announcement event, so a status a screen reader should speak is
-// given as a name change of the status label (which setAccessibleName sends
-// when the name differs) followed by an alert on it; AT-SPI readers speak
-// alerts, and VoiceOver reads the changed label.
+// sent as a change of the status label's accessible name (which the AT-SPI
+// bridge passes on as object:property-change:accessible-name; see
+// tools/a11y-check), again when the text repeats an earlier status, and as
+// an alert on the label for platforms whose bridge speaks alerts.
 void LogViewer::announce(const QString& text) {
   const QString name = QStringLiteral("Log status: ") + text;
-  if (m_status->accessibleName() != name) m_status->setAccessibleName(name);
-  QAccessibleEvent changed(m_status, QAccessible::NameChanged);
-  QAccessible::updateAccessibility(&changed);
+  if (m_status->accessibleName() != name) showStatus(text);
+  if (!m_nameChangeSent) {
+    QAccessibleEvent changed(m_status, QAccessible::NameChanged);
+    QAccessible::updateAccessibility(&changed);
+  }
+  m_nameChangeSent = false;
   QAccessibleEvent alert(m_status, QAccessible::Alert);
   QAccessible::updateAccessibility(&alert);
 }
