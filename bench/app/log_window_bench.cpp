@@ -4,11 +4,15 @@
 // appended → painted), and the process's resident memory with 5000 lines.
 //
 //   QT_QPA_PLATFORM=offscreen build/release/bench/log_window_bench
-// (or on a display: DISPLAY=:1 QT_QPA_PLATFORM=xcb …)
+// (or on a display: DISPLAY=:1 QT_QPA_PLATFORM=xcb …). With --grab DIR it
+// only writes the window in a light and a dark palette to DIR, to check that
+// the severity colours read well in both.
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <QApplication>
+#include <QDir>
+#include <QStyle>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QListView>
@@ -82,6 +86,37 @@ int main(int argc, char** argv) {
   fs::create_directories(home / ".zevd");
   const fs::path log = home / ".zevd" / "zevd.log";
   std::ofstream(log, std::ios::binary) << zev::bench::generateLog(2 << 20, 42);
+
+  if (argc > 2 && QString::fromLocal8Bit(argv[1]) == QLatin1String("--grab")) {
+    QApplication::setStyle(QStringLiteral("Fusion"));
+    NoWorkspace workspace;
+    for (const bool dark : {false, true}) {
+      QPalette palette = QApplication::style()->standardPalette();
+      if (dark) {
+        palette.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2b));
+        palette.setColor(QPalette::WindowText, QColor(0xe6, 0xe6, 0xe6));
+        palette.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x1e));
+        palette.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x26));
+        palette.setColor(QPalette::Text, QColor(0xe6, 0xe6, 0xe6));
+        palette.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3a));
+        palette.setColor(QPalette::ButtonText, QColor(0xe6, 0xe6, 0xe6));
+        palette.setColor(QPalette::PlaceholderText, QColor(0x9a, 0x9a, 0x9a));
+        palette.setColor(QPalette::Highlight, QColor(0x2f, 0x65, 0xca));
+      }
+      QApplication::setPalette(palette);
+      zev::LogWindowController window(home, workspace, nullptr);
+      window.showWindow();
+      spinUntil([&] { return !window.model().isLoading(); });
+      QCoreApplication::processEvents();
+      const QString file = QDir(QString::fromLocal8Bit(argv[2]))
+                               .filePath(dark ? QStringLiteral("log-window-dark.png")
+                                              : QStringLiteral("log-window-light.png"));
+      window.window()->grab().save(file);
+      std::printf("wrote %s\n", qPrintable(file));
+    }
+    fs::remove_all(home);
+    return 0;
+  }
 
   const long rssBefore = residentKiB();
   NoWorkspace workspace;
