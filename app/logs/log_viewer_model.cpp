@@ -1,5 +1,6 @@
 #include "app/logs/log_viewer_model.h"
 
+#include <QApplication>
 #include <QClipboard>
 #include <QCoreApplication>
 #include <QFileDialog>
@@ -50,8 +51,9 @@ void runInBackground(Work work, Done done) {
 }
 
 std::optional<std::filesystem::path> askForSaveFile(const QString& proposedName) {
+  // Modal over the log window, whose Export… button asked.
   const QString chosen = QFileDialog::getSaveFileName(
-      nullptr, QStringLiteral("Export Filtered Lines"), proposedName,
+      QApplication::activeWindow(), QStringLiteral("Export Filtered Lines"), proposedName,
       QStringLiteral("Plain text (*.log *.txt)"));
   if (chosen.isEmpty()) return std::nullopt;
   return std::filesystem::path(chosen.toStdString());
