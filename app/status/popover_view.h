@@ -53,6 +53,10 @@ class PopoverView : public QWidget {
   // The label of the Logs menu's second item: the platform's file browser.
   static QString revealLogsTitle();
 
+  // Adds (or updates) the checkable "Desktop Notifications" item at the end
+  // of the Logs menu; `onToggled` gets the new state when the user flips it.
+  void setNotificationsToggle(bool checked, std::function<void(bool)> onToggled);
+
  signals:
   // Emitted whenever the popover is hidden, by the user clicking outside or
   // by close().

@@ -149,9 +149,19 @@ void StatusItemController::applyReply(QNetworkReply* reply) {
   // summary". The reason is deliberately not logged: the dot says it all.
   std::optional<HealthSummary> summary;
   const QVariant code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+  // Why there is no summary is kept for the notifications, which name it.
+  m_lastHttpStatus = code.isValid() ? code.toInt() : 0;
   if (reply->error() == QNetworkReply::NoError && code.isValid() && code.toInt() == 200) {
     const QByteArray body = reply->readAll();
     if (!body.isEmpty()) summary = decodeHealth(std::string_view(body.constData(), body.size()));
+    m_lastFailure = summary ? PollFailure::none : PollFailure::undecodable;
+  } else if (code.isValid()) {
+    m_lastFailure = PollFailure::httpStatus;
+  } else if (reply->error() == QNetworkReply::OperationCanceledError ||
+             reply->error() == QNetworkReply::TimeoutError) {
+    m_lastFailure = PollFailure::timedOut;  // the transfer time-out cancels the reply
+  } else {
+    m_lastFailure = PollFailure::unreachable;
   }
   const HealthStatus status = classifyHealth(summary);
   const auto now = m_clock();
@@ -190,6 +200,11 @@ QImage StatusItemController::dotImage(HealthStatus status, qreal scale) {
   }
   image.setDevicePixelRatio(side / 10.0);
   return image;
+}
+
+PollObservation StatusItemController::lastPollObservation() const {
+  const std::optional<HealthSummary>& summary = m_state->summary();
+  return {m_state->status(), summary ? &*summary : nullptr, m_lastFailure, m_lastHttpStatus};
 }
 
 bool StatusItemController::isPopoverShown() const { return m_popover && m_popover->isVisible(); }

@@ -95,22 +95,30 @@ TEST(AutostartEntry, QuotesTheExecutableSoNoCharacterIsReadAsSyntax) {
   }
 }
 
+// systemctl's answers are those systemd 252 gives; the fake plays a user
+// manager's unit files when a case tells it nothing.
 TEST_F(LinuxServiceManagerTest, AgentRegisterChecksLinksAndEnables_AndMapsAlreadyToCode12) {
+  const std::string linked = "~/.config/systemd/user/com.zev.zevd.service";
   struct Case {
     const char* name;
-    const char* subcommand;  // told to answer as below
+    const char* subcommand;  // told to answer as below; nullptr: the fake's own answers
     int exitStatus;
-    const char* output;
+    std::string output;
     std::optional<int> code;  // nothing: registered
     int calls;                // how far it got: is-enabled, link, enable
+    std::string status;       // statusDescription afterwards ("": not asked)
   };
   const Case cases[] = {
-      {"first registration", "is-enabled", 1, "disabled\n", std::nullopt, 3},
-      {"enabled already", "is-enabled", 0, "enabled\n", ServiceError::alreadyRegistered, 1},
-      {"systemctl says already", "enable", 1, "Unit com.zev.zevd.service is already enabled.\n",
-       ServiceError::alreadyRegistered, 3},
-      {"no user manager", "link", 1, "Failed to connect to bus: No medium found\n", 1, 2},
-      {"enable refused", "enable", 4, "Failed to enable unit: Access denied\n", 4, 3},
+      {"first registration", nullptr, 0, "", std::nullopt, 3, "enabled"},
+      {"enabled already", "is-enabled", 0, "enabled\n", ServiceError::alreadyRegistered, 1,
+       "enabled"},
+      {"linked from another bundle", "link", 1,
+       "Failed to link unit, file \"" + linked +
+           "\" already exists and is a symlink to \"/old/ZEV.app/com.zev.zevd.service\".\n",
+       ServiceError::alreadyRegistered, 2,
+       "unknown (Failed to get unit file state for com.zev.zevd.service: No such file or directory)"},
+      {"masked", "enable", 1, "Failed to enable unit: Unit file " + linked + " is masked.\n", 1, 3,
+       "linked"},
   };
   const std::vector<std::string> expectedCalls = {"--user is-enabled com.zev.zevd.service",
                                                   "--user link " + unitFile.string(),
@@ -118,25 +126,28 @@ TEST_F(LinuxServiceManagerTest, AgentRegisterChecksLinksAndEnables_AndMapsAlread
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     testing::FakeSystemctl systemctl;
-    systemctl.answer(c.subcommand, c.exitStatus, c.output);
-    const auto error = manager().agentService("com.zev.zevd.plist")->registerService();
+    if (c.subcommand) systemctl.answer(c.subcommand, c.exitStatus, c.output);
+    const auto service = manager().agentService("com.zev.zevd.plist");
+    const auto error = service->registerService();
     EXPECT_EQ(error.has_value(), c.code.has_value());
     if (error && c.code) {
       EXPECT_EQ(error->code, *c.code);
     }
     EXPECT_EQ(systemctl.calls(),
               std::vector(expectedCalls.begin(), expectedCalls.begin() + c.calls));
+    if (!c.status.empty()) {
+      EXPECT_EQ(service->statusDescription(), c.status);
+    }
   }
 }
 
 TEST_F(LinuxServiceManagerTest, AgentRegisterFailureSaysWhichCommandFailedAndWhy) {
   testing::FakeSystemctl systemctl;
-  systemctl.answer("link", 1, "Failed to connect to bus: No medium found\n");
+  systemctl.answer("link", 1, "Failed to link unit: Read-only file system\n");
   const auto error = manager().agentService("com.zev.zevd.plist")->registerService();
   ASSERT_TRUE(error);
-  EXPECT_EQ(error->localizedDescription,
-            "systemctl --user link " + unitFile.string() +
-                " exited 1: Failed to connect to bus: No medium found");
+  EXPECT_EQ(error->localizedDescription, "systemctl --user link " + unitFile.string() +
+                                             " exited 1: Failed to link unit: Read-only file system");
   EXPECT_EQ(error->fullDescription,
             "Error Domain=systemd Code=1 \"" + error->localizedDescription + "\"");
 }
