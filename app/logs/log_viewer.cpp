@@ -113,7 +113,12 @@ class LogRowDelegate : public QStyledItemDelegate {
     painter->setPen(text);
     const QFontMetrics mono(m_mono);
     const int messageLeft = r.left() + kPad + 4;
-    const int messageBaseline = r.top() + kPad + caption.height() + 2 + mono.ascent();
+    // A line without header fields (free text on standard error) has its
+    // message in the middle of the row rather than under an empty header.
+    const bool noHeader = x == r.left() + kPad + 4;
+    const int messageBaseline =
+        noHeader ? r.top() + (r.height() - mono.height()) / 2 + mono.ascent()
+                 : r.top() + kPad + caption.height() + 2 + mono.ascent();
     // Control characters from the file are shown, never interpreted.
     QString message = index.data(Qt::DisplayRole).toString();
     for (QChar& c : message) {
@@ -240,6 +245,14 @@ LogViewer::LogViewer(LogViewerModel& model,
   });
   QAbstractItemModel* rows = m_model.visibleLines();
   connect(rows, &QAbstractItemModel::modelReset, this, &LogViewer::updateEmptyState);
+  // A new filter resets the list, and with it the scroll position: a list
+  // that followed the newest line goes on doing so.
+  connect(rows, &QAbstractItemModel::modelAboutToBeReset, this,
+          [this] { m_pinnedBeforeReset = m_pinned; });
+  connect(rows, &QAbstractItemModel::modelReset, this, [this] {
+    m_pinned = m_pinnedBeforeReset;
+    scrollToNewestIfPinned();
+  });
   connect(rows, &QAbstractItemModel::rowsInserted, this, &LogViewer::updateEmptyState);
   connect(rows, &QAbstractItemModel::rowsRemoved, this, &LogViewer::updateEmptyState);
   connect(&m_model, &LogViewerModel::sourceChanged, this, [this] {

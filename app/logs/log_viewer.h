@@ -70,6 +70,7 @@ class LogViewer : public QWidget {
   QPushButton* m_export = nullptr;
   QPushButton* m_revealButton = nullptr;
   bool m_pinned = true;  // the list shows its newest line and follows it
+  bool m_pinnedBeforeReset = true;
   bool m_nameChangeSent = false;  // the status label's last name change is unannounced
 };
 
