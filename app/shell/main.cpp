@@ -24,12 +24,18 @@ int main(int argc, char** argv) {
 
   // One launcher per user session: a later start hands its request to the
   // running one and exits. --show-logs opens the log window there (or here,
-  // when this is the first).
-  const bool showLogs = QApplication::arguments().contains(QStringLiteral("--show-logs"));
+  // when this is the first). --replace is an update's relaunch: the old
+  // launcher is on its way out, so this one waits for it instead.
+  const QStringList arguments = QApplication::arguments();
+  const bool showLogs = arguments.contains(QStringLiteral("--show-logs"));
   const QString request = showLogs ? QStringLiteral("show-logs") : QStringLiteral("activate");
   zev::SingleInstance instance;
   constexpr std::chrono::milliseconds kHandOverTimeout{1500};
-  if (instance.handOver(request, kHandOverTimeout)) return 0;
+  if (arguments.contains(QStringLiteral("--replace"))) {
+    instance.waitUntilFree(std::chrono::seconds(10));
+  } else if (instance.handOver(request, kHandOverTimeout)) {
+    return 0;
+  }
   const bool listening = instance.listen();
   if (!listening && instance.handOver(request, kHandOverTimeout)) return 0;
 

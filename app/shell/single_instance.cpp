@@ -4,8 +4,10 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QLocalSocket>
+#include <QThread>
 #include <QTimer>
 
 namespace zev {
@@ -50,6 +52,19 @@ bool SingleInstance::handOver(const QString& request, std::chrono::milliseconds 
   // The running launcher closes the connection once it has read the line.
   socket.waitForDisconnected(static_cast<int>(timeout.count()));
   return true;
+}
+
+bool SingleInstance::waitUntilFree(std::chrono::milliseconds timeout) {
+  QElapsedTimer waited;
+  waited.start();
+  for (;;) {
+    QLocalSocket probe;
+    probe.connectToServer(m_name);
+    if (!probe.waitForConnected(200)) return true;
+    probe.abort();
+    if (waited.elapsed() >= timeout.count()) return false;
+    QThread::msleep(100);
+  }
 }
 
 bool SingleInstance::listen() {

@@ -32,6 +32,11 @@ class SingleInstance : public QObject {
   // process should then exit), false when none answers within `timeout`.
   bool handOver(const QString& request, std::chrono::milliseconds timeout);
 
+  // For a launcher started by its predecessor (an update's relaunch): waits,
+  // at most `timeout`, until no launcher answers any more. True when none
+  // does.
+  bool waitUntilFree(std::chrono::milliseconds timeout);
+
   // Starts listening; a stale socket is removed first. False when the name
   // cannot be claimed, also when another launcher has just claimed it (call
   // handOver again then).

@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <QTimer>
 
 #include "app/fakes/qt_test_main.h"
 #include "app/fakes/scoped_env.h"
@@ -58,6 +59,22 @@ TEST_F(SingleInstanceTest, NobodyRunningMeansNoHandOverAndAStaleSocketIsTakenOve
   SingleInstance next(name());
   EXPECT_FALSE(next.handOver("activate", 300ms));
   EXPECT_TRUE(next.listen()) << next.errorString().toStdString();
+}
+
+TEST_F(SingleInstanceTest, AReplacementWaitsForItsPredecessorToGo) {
+  auto old = std::make_unique<SingleInstance>(name());
+  ASSERT_TRUE(old->listen());
+  SingleInstance replacement(name());
+  EXPECT_FALSE(replacement.waitUntilFree(300ms));  // still there
+  QTimer::singleShot(200, [&] { old.reset(); });
+  // The old one goes while the new one waits (its event loop runs here).
+  bool free = false;
+  QThread* waiter = QThread::create([&] { free = SingleInstance(name()).waitUntilFree(5000ms); });
+  waiter->start();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return waiter->isFinished(); }, 8000));
+  delete waiter;
+  EXPECT_TRUE(free);
+  EXPECT_TRUE(replacement.listen());
 }
 
 TEST_F(SingleInstanceTest, IgnoresWhatIsNotARequest) {
