@@ -19,6 +19,7 @@
 #include "core/logs/log_filter.h"
 #include "core/logs/log_line.h"
 #include "core/logs/log_tail_loader.h"
+#include "bench/log_sample.h"
 
 namespace {
 
@@ -27,60 +28,7 @@ namespace fs = std::filesystem;
 constexpr int64_t kMaxBytes = int64_t{1} << 20;
 constexpr int64_t kMaxLines = 5000;
 
-// About 120 bytes a line: mixed levels, 8 cameras, quoted messages with
-// escapes, a few lines without a camera or with non-ASCII text, and the odd
-// free-text line as a crash trace would leave.
-std::string generateLog(size_t bytes, uint32_t seed) {
-  static const char* const kCameras[] = {"front-door", "back-yard", "garage", "driveway",
-                                         "porch",      "side-gate", "nursery", "attic"};
-  static const char* const kMessages[] = {
-      "segment closed",
-      "motion started",
-      "motion ended",
-      "rtsp: read \\\"timeout\\\" after 5s, reconnecting",
-      "thumbnail written",
-      "frame dropped: decoder busy",
-      "disk usage 71%",
-      "keyframe interval 2.0s",
-      "stream resumed",
-      "Bewegung erkannt \xE2\x80\x94 T\xC3\xBCr",
-  };
-  std::mt19937 random(seed);
-  std::string log;
-  log.reserve(bytes + 256);
-  int64_t ms = 1763683200000;
-  uint64_t segment = 184467;
-  while (log.size() < bytes) {
-    ms += 37 + random() % 400;
-    const int roll = static_cast<int>(random() % 1000);
-    if (roll < 3) {
-      log += "goroutine 17 [running]: main.(*Recorder).flush(0xc000123450) recorder.go:211 +0x1c5\n";
-      continue;
-    }
-    const char* level = roll < 650 ? "info" : roll < 850 ? "debug" : roll < 960 ? "warn" : "error";
-    if (roll % 97 == 0) level = "INFO";
-    const int64_t s = ms / 1000;
-    char stamp[40];
-    std::snprintf(stamp, sizeof stamp, "2025-11-21T%02lld:%02lld:%02lld.%03lldZ",
-                  static_cast<long long>(s / 3600 % 24), static_cast<long long>(s / 60 % 60),
-                  static_cast<long long>(s % 60), static_cast<long long>(ms % 1000));
-    log += "time=";
-    log += stamp;
-    log += " level=";
-    log += level;
-    if (random() % 20 != 0) {
-      log += " camera=";
-      log += kCameras[random() % 8];
-    }
-    const size_t message = random() % 100 < 2 ? 9 : random() % 9;
-    log += " msg=\"";
-    log += kMessages[message];
-    log += "\" seg=" + std::to_string(++segment) +
-           " dur_ms=" + std::to_string(5800 + random() % 400) +
-           " bytes=" + std::to_string(9000000 + random() % 4000000) + "\n";
-  }
-  return log;
-}
+using zev::bench::generateLog;
 
 struct Fixture {
   fs::path dir = fs::temp_directory_path() / ("zev-log-bench-" + std::to_string(::getpid()));

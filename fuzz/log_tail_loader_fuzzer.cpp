@@ -76,5 +76,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(result.lines[i].raw() == expected[i]);
     check(result.lines[i] == zev::LogLine::parse(expected[i]));
   }
+  // A load from an arena (kept across inputs, so its blocks are reused and
+  // hold the previous input's bytes) gives the same result.
+  static zev::LogLoadArena arena;
+  check(zev::LogTailLoader::load(path, maxBytes, maxLines, arena) == result);
   return 0;
 }

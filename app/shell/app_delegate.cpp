@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "app/shell/constants.h"
+#include "app/logs/log_window_controller.h"
 #include "app/shell/process_runner.h"
 #include "app/status/notification_controller.h"
 #include "app/status/status_item_controller.h"

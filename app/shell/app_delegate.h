@@ -26,6 +26,7 @@
 
 namespace zev {
 
+class LogWindowController;
 class NotificationController;
 class StatusItemController;
 class UpdateCoordinator;
@@ -80,6 +81,10 @@ class AppDelegate : public QObject {
   // Builds the status item controller with the five actions and starts polling.
   void installStatusItem();
 
+  // The status item's View Log: makes the log window on first use, then
+  // shows it and brings it to the front.
+  void showLogWindow();
+  LogWindowController* logWindowController() const { return m_logWindowController.get(); }
   // Desktop notifications over the status item's polls, with the user's
   // switch in the popover; a click opens the popover, or `openLogWindow` for
   // a failure. Called by installStatusItem; needs the platform's notifier.
@@ -109,6 +114,7 @@ class AppDelegate : public QObject {
   QUrl m_localBase;
   std::unique_ptr<UpdateCoordinator> m_updates;
   std::unique_ptr<StatusItemController> m_statusController;
+  std::unique_ptr<LogWindowController> m_logWindowController;
   std::unique_ptr<NotificationController> m_notifications;
   std::optional<UpdateTransaction> m_finishedUpdateToAnnounce;
 };

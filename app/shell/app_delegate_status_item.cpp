@@ -19,8 +19,7 @@ void AppDelegate::installStatusItem() {
     if (self) self->kickstartAgent();
   };
   actions.onViewLogs = [self] {
-    // The log window arrives with the log viewer; until then this is all.
-    if (self) self->platform().launcherLog->info("log window not available yet");
+    if (self) self->showLogWindow();
   };
   actions.onRevealLogs = [self] {
     if (!self) return;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/logs/log_fields.h"
+#include "core/logs/log_load_arena.h"
 
 namespace zev {
 
@@ -269,7 +270,8 @@ LogLine LogLine::parse(std::string_view raw) {
   return LogLineBuilder::place(layout, block, at);
 }
 
-void parseLogLines(const std::string_view* raws, size_t count, std::vector<LogLine>& out) {
+void parseLogLines(const std::string_view* raws, size_t count, std::vector<LogLine>& out,
+                   LogLoadArena* arena) {
   // Lines go in blocks: few allocations, a kept line holds on to a small part
   // of a load only, and each block's text (about 15 KB of log) stays in the
   // first-level cache while it is hashed, scanned and copied.
@@ -288,7 +290,8 @@ void parseLogLines(const std::string_view* raws, size_t count, std::vector<LogLi
       checkedSize(layouts.back().textSize);
       total += layouts.back().textSize;
     }
-    const auto block = std::make_shared_for_overwrite<char[]>(total);
+    const std::shared_ptr<char[]> block =
+        arena != nullptr ? arena->block(total) : std::make_shared_for_overwrite<char[]>(total);
     size_t at = 0;
     for (const LogLineBuilder::Layout& layout : layouts) {
       out.push_back(LogLineBuilder::place(layout, block, at));

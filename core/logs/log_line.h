@@ -101,9 +101,12 @@ class LogLine {
 std::string stableID(std::string_view text);
 uint64_t stableHash(std::string_view text);
 
+class LogLoadArena;
+
 // Parses `count` lines into `out`, as LogLine::parse would, placing their
-// texts in a few shared blocks.
-void parseLogLines(const std::string_view* raws, size_t count, std::vector<LogLine>& out);
+// texts in a few shared blocks (taken from `arena` when one is given).
+void parseLogLines(const std::string_view* raws, size_t count, std::vector<LogLine>& out,
+                   LogLoadArena* arena = nullptr);
 
 // stableHash of each text, computed several at a time: the hash is one long
 // dependency chain per text, so interleaving texts keeps the multiplier busy.

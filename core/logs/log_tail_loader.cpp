@@ -45,8 +45,31 @@ struct Piece {
   bool repaired;
 };
 
+// An array of trivial values, from the arena when there is one.
+template <typename T>
+class Scratch {
+ public:
+  Scratch(LogLoadArena* arena, size_t capacity) : m_capacity(capacity == 0 ? 1 : capacity) {
+    if (arena != nullptr) {
+      m_pooled = arena->block(m_capacity * sizeof(T));
+      m_data = reinterpret_cast<T*>(m_pooled.get());
+    } else {
+      m_owned = std::make_unique_for_overwrite<T[]>(m_capacity);
+      m_data = m_owned.get();
+    }
+  }
+  T* data() { return m_data; }
+  T& operator[](size_t i) { return m_data[i]; }
+
+ private:
+  size_t m_capacity;
+  std::shared_ptr<char[]> m_pooled;
+  std::unique_ptr<T[]> m_owned;
+  T* m_data = nullptr;
+};
+
 LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int64_t maxLines,
-                       const std::function<void()>* afterSizeQuery) {
+                       const std::function<void()>* afterSizeQuery, LogLoadArena* arena) {
   if (maxBytes < 1 || maxLines < 1) {
     std::fprintf(stderr, "LogTailLoader::load: budgets must be at least 1 (maxBytes %lld, maxLines %lld)\n",
                  static_cast<long long>(maxBytes), static_cast<long long>(maxLines));
@@ -65,10 +88,10 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
   if (fd < 0) throwFileError("cannot open file", path, errno);
   const FileDescriptor file(fd);
 
-  auto buffer = std::make_unique_for_overwrite<char[]>(readCount == 0 ? 1 : readCount);
+  Scratch<char> buffer(arena, readCount);
   size_t got = 0;
   while (got < readCount) {
-    const ssize_t r = ::pread(file.get(), buffer.get() + got, readCount - got,
+    const ssize_t r = ::pread(file.get(), buffer.data() + got, readCount - got,
                               static_cast<off_t>(offset + got));
     if (r < 0) {
       if (errno == EINTR) continue;
@@ -77,7 +100,7 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
     if (r == 0) break;  // the file shrank
     got += static_cast<size_t>(r);
   }
-  const char* const bytes = buffer.get();
+  const char* const bytes = buffer.data();
 
   size_t begin = 0;
   if (offset > 0) {
@@ -92,8 +115,9 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
   // splitting the decoded text: neither byte can be part of a multi-byte or
   // invalid sequence.
   const auto budget = static_cast<uint64_t>(maxLines);
-  std::vector<Piece> newestFirst;
-  newestFirst.reserve(static_cast<size_t>(std::min<uint64_t>(budget, got / 16 + 1)));
+  // Every kept line holds a byte and a line feed, but the last.
+  Scratch<Piece> newestFirst(arena, static_cast<size_t>(std::min<uint64_t>(budget, got / 2 + 1)));
+  size_t pieceCount = 0;
   bool moreLinesThanBudget = false;
   size_t pieceEnd = got;
   size_t cursor = got;
@@ -106,11 +130,11 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
     }
     const size_t pieceBegin = found ? lf + 1 : begin;
     if (pieceEnd > pieceBegin) {
-      if (newestFirst.size() == budget) {
+      if (pieceCount == budget) {
         moreLinesThanBudget = true;
         break;
       }
-      newestFirst.push_back({pieceBegin, pieceEnd - pieceBegin, false});
+      newestFirst[pieceCount++] = {pieceBegin, pieceEnd - pieceBegin, false};
     }
     if (!found) break;
     pieceEnd = lf;
@@ -120,9 +144,10 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
   // Repair invalid UTF-8 where there is any. Usually the whole kept text is
   // valid, which one pass over it shows.
   std::string repaired;
-  const size_t keptFrom = newestFirst.empty() ? got : newestFirst.back().offset;
+  const size_t keptFrom = pieceCount == 0 ? got : newestFirst[pieceCount - 1].offset;
   if (!detail::isValidUTF8(std::string_view(bytes + keptFrom, got - keptFrom))) {
-    for (Piece& piece : newestFirst) {
+    for (size_t i = 0; i < pieceCount; ++i) {
+      Piece& piece = newestFirst[i];
       const std::string_view text(bytes + piece.offset, piece.size);
       if (detail::isValidUTF8(text)) continue;
       const size_t at = repaired.size();
@@ -131,14 +156,14 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
     }
   }
 
-  const size_t count = newestFirst.size();
-  std::vector<std::string_view> texts(count);
+  const size_t count = pieceCount;
+  Scratch<std::string_view> texts(arena, count);
   for (size_t i = 0; i < count; ++i) {
     const Piece& piece = newestFirst[count - 1 - i];
     texts[i] = std::string_view((piece.repaired ? repaired.data() : bytes) + piece.offset, piece.size);
   }
   LogTailResult result;
-  parseLogLines(texts.data(), count, result.lines);
+  parseLogLines(texts.data(), count, result.lines, arena);
   result.bytesRead = static_cast<int64_t>(readCount);
   result.fileSize = fileSize;
   result.wasTruncated = offset > 0 || moreLinesThanBudget;
@@ -149,14 +174,19 @@ LogTailResult loadTail(const std::filesystem::path& path, int64_t maxBytes, int6
 
 LogTailResult LogTailLoader::load(const std::filesystem::path& path, int64_t maxBytes,
                                   int64_t maxLines) {
-  return loadTail(path, maxBytes, maxLines, nullptr);
+  return loadTail(path, maxBytes, maxLines, nullptr, nullptr);
+}
+
+LogTailResult LogTailLoader::load(const std::filesystem::path& path, int64_t maxBytes,
+                                  int64_t maxLines, LogLoadArena& arena) {
+  return loadTail(path, maxBytes, maxLines, nullptr, &arena);
 }
 
 namespace detail {
 
 LogTailResult loadLogTailForTesting(const std::filesystem::path& path, int64_t maxBytes,
                                     int64_t maxLines, const std::function<void()>& afterSizeQuery) {
-  return loadTail(path, maxBytes, maxLines, &afterSizeQuery);
+  return loadTail(path, maxBytes, maxLines, &afterSizeQuery, nullptr);
 }
 
 }  // namespace detail

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "core/logs/log_line.h"
+#include "core/logs/log_load_arena.h"
 
 namespace zev {
 
@@ -51,6 +52,11 @@ class LogTailLoader {
   // on the next load.
   static LogTailResult load(const std::filesystem::path& path, int64_t maxBytes,
                             int64_t maxLines);
+  // The same, with the read buffer, the working arrays and the lines' text
+  // blocks taken from `arena`, which loads in a row keep warm (see
+  // log_load_arena.h). The result is equal to the one load() gives.
+  static LogTailResult load(const std::filesystem::path& path, int64_t maxBytes,
+                            int64_t maxLines, LogLoadArena& arena);
 };
 
 namespace detail {

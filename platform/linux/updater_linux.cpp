@@ -122,7 +122,10 @@ LinuxUpdater::LinuxUpdater(BundleInfo& bundleInfo, SystemLog& log, fs::path cach
       m_session(std::make_unique<QNetworkAccessManager>()) {
   m_session->setProxy(QNetworkProxy::NoProxy);
   launchExecutable = [](const fs::path& executable) {
-    return QProcess::startDetached(QString::fromStdString(executable.string()), {});
+    // --replace: the new launcher waits for this one to quit rather than
+    // handing over to it (one launcher per session).
+    return QProcess::startDetached(QString::fromStdString(executable.string()),
+                                   {QStringLiteral("--replace")});
   };
   quitApplication = [] {
     QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);

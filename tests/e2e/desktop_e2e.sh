@@ -125,7 +125,7 @@ wait_for 10 grep -q "listening on http://" "$work/probe.log" || { fail "zevd-sim
 port=$(sed -n 's|.*listening on http://[^:]*:\([0-9]*\).*|\1|p' "$work/probe.log" | head -1)
 kill "$probe"; wait "$probe" 2>/dev/null
 base="http://127.0.0.1:$port"
-echo "exec '$sim' --listen 127.0.0.1:$port --log-rate 1 --err-rate 0.1" > "$work/sim.cmd"
+echo "exec env HOME='$work/home' '$sim' --listen 127.0.0.1:$port --log-rate 5 --err-rate 0.5" > "$work/sim.cmd"
 setsid bash -c "$(cat "$work/sim.cmd")" >>"$work/sim.log" 2>&1 </dev/null &
 echo $! > "$work/sim.pid"
 answers() { curl -s -o /dev/null --max-time 1 "$base/sim"; }
@@ -249,6 +249,61 @@ if open_popover restart; then
     expect_dot green 12
   else
     fail "no restart alert appeared"
+  fi
+fi
+
+# --- the log window ----------------------------------------------------------
+log_window() { windows | awk '$4 >= 800' | head -1; }
+has_log_window() { [ -n "$(log_window)" ]; }
+no_log_window() { [ -z "$(log_window)" ]; }
+shoot_log_window() {
+  read -r _ lx ly lw lh <<<"$(log_window)"
+  import -window root -crop "${lw}x${lh}+$lx+$ly" +repage "$artifacts/log-window-$1.png"
+}
+if open_popover logs; then
+  read -r _ px py pw ph <<<"$(popover)"
+  # Logs is the action row's third button; View Log its menu's first entry.
+  xdotool mousemove $((px + 222)) $((py + ph - 22)) click 1
+  sleep 0.5
+  xdotool key Down Return
+  if wait_for 5 has_log_window; then
+    pass "Logs → View Log opens the log window"
+    read -r log_id lx ly lw lh <<<"$(log_window)"
+    [ "$lw" = 900 ] && [ "$lh" = 600 ] && pass "the log window is 900 × 600" \
+      || fail "the log window is $lw × $lh"
+    sleep 1.5
+    shoot_log_window daemon
+    xdotool windowactivate --sync "$log_id" 2>/dev/null
+    xdotool key ctrl+f
+    xdotool type --delay 40 "front-door"
+    sleep 0.8
+    shoot_log_window search
+    # The source picker is the controls row's first control.
+    xdotool mousemove $((lx + 90)) $((ly + 20)) click 1
+    sleep 0.5
+    xdotool key Down Return
+    sleep 1.5
+    shoot_log_window stderr
+    xdotool key ctrl+f ctrl+a BackSpace
+    sleep 1.2
+    shoot_log_window stderr-all
+    # Closing only hides it; a second start with --show-logs brings it back
+    # through the running launcher and exits.
+    xdotool key ctrl+w
+    wait_for 3 no_log_window || fail "the log window did not hide"
+    env HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" ZEV_DEMO_DIR="$work" \
+      PATH="$source_dir/tools/demo/bin:$PATH" QT_QPA_PLATFORM=xcb \
+      timeout 20 "$launcher" --show-logs >"$work/second.log" 2>&1
+    second_status=$?
+    [ "$second_status" = 0 ] && pass "a second start hands over and exits" \
+      || { fail "a second start exited $second_status"; cat "$work/second.log"; }
+    if wait_for 5 has_log_window; then pass "--show-logs shows the log window again"
+    else fail "--show-logs did not show the log window"; fi
+    xdotool key ctrl+w
+    wait_for 3 no_log_window || fail "Ctrl+W did not close the log window"
+  else
+    fail "View Log did not open the log window"
+    close_popover
   fi
 fi
 

@@ -15,6 +15,7 @@
 #include "app/fakes/fake_platform.h"
 #include "app/fakes/fake_status_item.h"
 #include "app/fakes/qt_test_main.h"
+#include "app/logs/log_window_controller.h"
 #include "app/status/popover_view.h"
 #include "app/status/status_item_controller.h"
 
@@ -282,10 +283,17 @@ TEST_F(InstallStatusItemTest, EachActionReachesItsPort) {
   trigger("revealLogsAction");
   EXPECT_THAT(fakes.workspace->revealedFiles, ElementsAre("/home/tester/.zevd/zevd.log"));
 
-  // The log window arrives with the log viewer; until then only a log line.
+  // View Log makes the log window once and shows the same one again.
+  EXPECT_EQ(delegate->logWindowController(), nullptr);
   trigger("viewLogAction");
-  EXPECT_THAT(fakes.launcherLog->entries(),
-              ElementsAre(testing::info("log window not available yet")));
+  LogWindowController* logWindow = delegate->logWindowController();
+  ASSERT_NE(logWindow, nullptr);
+  EXPECT_TRUE(logWindow->window()->isVisible());
+  EXPECT_EQ(logWindow->model().currentURL(), "/home/tester/.zevd/zevd.log");
+  logWindow->window()->close();
+  trigger("viewLogAction");
+  EXPECT_EQ(delegate->logWindowController(), logWindow);
+  EXPECT_TRUE(logWindow->window()->isVisible());
 
   // The updater has not been started: checking for updates touches nothing.
   fakes.launcherLog->clear();

@@ -1,0 +1,108 @@
+#include "app/shell/single_instance.h"
+
+#include <unistd.h>
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QLocalSocket>
+#include <QThread>
+#include <QTimer>
+
+namespace zev {
+
+namespace {
+
+// A request is one short line; anything longer is not from a launcher.
+constexpr qint64 kMaxRequest = 64;
+constexpr std::chrono::milliseconds kRequestTimeout{2000};
+
+}  // namespace
+
+QString SingleInstance::defaultServerName() {
+  // The home is part of the name so that a launcher run with another HOME
+  // (the demo, a test) is a session of its own.
+  const QByteArray home = qgetenv("HOME");
+  const QString hash = QString::fromLatin1(
+      QCryptographicHash::hash(home, QCryptographicHash::Sha256).toHex().left(12));
+  const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+  if (!runtime.isEmpty() && QFileInfo(runtime).isDir()) {
+    return QDir(runtime).filePath(QStringLiteral("com.zev.launcher-%1.sock").arg(hash));
+  }
+  return QDir(QDir::tempPath())
+      .filePath(QStringLiteral("com.zev.launcher-%1-%2.sock")
+                    .arg(::getuid())
+                    .arg(hash));
+}
+
+SingleInstance::SingleInstance(QString serverName, QObject* parent)
+    : QObject(parent), m_name(std::move(serverName)) {
+  connect(&m_server, &QLocalServer::newConnection, this, [this] {
+    while (QLocalSocket* socket = m_server.nextPendingConnection()) readRequest(socket);
+  });
+}
+
+bool SingleInstance::handOver(const QString& request, std::chrono::milliseconds timeout) {
+  QLocalSocket socket;
+  socket.connectToServer(m_name);
+  if (!socket.waitForConnected(static_cast<int>(timeout.count()))) return false;
+  socket.write(request.toUtf8().left(kMaxRequest - 1) + '\n');
+  if (!socket.waitForBytesWritten(static_cast<int>(timeout.count()))) return false;
+  // The running launcher closes the connection once it has read the line.
+  socket.waitForDisconnected(static_cast<int>(timeout.count()));
+  return true;
+}
+
+bool SingleInstance::waitUntilFree(std::chrono::milliseconds timeout) {
+  QElapsedTimer waited;
+  waited.start();
+  for (;;) {
+    QLocalSocket probe;
+    probe.connectToServer(m_name);
+    if (!probe.waitForConnected(200)) return true;
+    probe.abort();
+    if (waited.elapsed() >= timeout.count()) return false;
+    QThread::msleep(100);
+  }
+}
+
+bool SingleInstance::listen() {
+  // Only the owner may connect.
+  m_server.setSocketOptions(QLocalServer::UserAccessOption);
+  if (m_server.listen(m_name)) return true;
+  if (m_server.serverError() != QAbstractSocket::AddressInUseError) return false;
+  // Someone may have started listening since handOver found nobody; only a
+  // socket nobody answers on is a crashed launcher's and may be removed.
+  QLocalSocket probe;
+  probe.connectToServer(m_name);
+  if (probe.waitForConnected(500)) return false;
+  QLocalServer::removeServer(m_name);
+  return m_server.listen(m_name);
+}
+
+void SingleInstance::readRequest(QLocalSocket* socket) {
+  socket->setParent(this);
+  socket->setReadBufferSize(kMaxRequest);
+  // A client that never sends its line is dropped after a while.
+  auto* timer = new QTimer(socket);
+  timer->setSingleShot(true);
+  connect(timer, &QTimer::timeout, socket, &QLocalSocket::abort);
+  connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+  auto handle = [this, socket] {
+    if (!socket->canReadLine()) {
+      if (socket->bytesAvailable() >= kMaxRequest) socket->abort();
+      return;
+    }
+    const QString request = QString::fromUtf8(socket->readLine(kMaxRequest)).trimmed();
+    socket->disconnectFromServer();
+    if (request == QLatin1String("activate") || request == QLatin1String("show-logs")) {
+      emit requestReceived(request);
+    }
+  };
+  connect(socket, &QLocalSocket::readyRead, this, handle);
+  timer->start(kRequestTimeout);
+  handle();
+}
+
+}  // namespace zev
