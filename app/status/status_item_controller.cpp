@@ -17,6 +17,7 @@
 #include "app/ports/app_activation.h"
 #include "app/ports/status_item.h"
 #include "app/ports/system_log.h"
+#include "app/status/health_figures.h"
 #include "app/status/status_colors.h"
 
 namespace zev {
@@ -29,6 +30,9 @@ constexpr qreal kItemImageScale = 6.4;
 // then hands the same click on to the item (an XEmbed tray icon is one of our
 // own windows): within this window such a click only closes.
 constexpr qint64 kReopenGuardMS = 300;
+
+// Set on a reply given up for its size.
+constexpr const char* kTooLargeProperty = "zevTooLarge";
 
 }  // namespace
 
@@ -125,7 +129,9 @@ QUrl StatusItemController::healthURL() const {
 
 void StatusItemController::poll() {
   // Nothing of one poll may leak into the next: no cache (none is installed on
-  // the manager either), no cookies, no stored credentials, no redirects.
+  // the manager either), no cookies, no stored credentials. Redirects are not
+  // followed: the daemon answers on loopback itself, a redirect could only
+  // lead the poll elsewhere, and a 3xx is not a 200, so it reads unreachable.
   QNetworkRequest request(healthURL());
   request.setTransferTimeout(int(m_requestTimeout.count()));
   request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
@@ -137,6 +143,22 @@ void StatusItemController::poll() {
                        QNetworkRequest::ManualRedirectPolicy);
   QNetworkReply* reply = m_session->get(request);
   ++m_pollsStarted;
+  // The transfer time-out above only notices silence; a daemon that trickles a
+  // byte at a time never falls silent. The whole request has a deadline too.
+  QTimer::singleShot(m_requestTimeout, reply, [reply] { reply->abort(); });
+  // An answer larger than the cap is given up as soon as it says so, or as
+  // soon as that much has arrived, so it never takes more memory than that.
+  const auto giveUpWhenTooLarge = [reply, cap = maxResponseBytes](qint64 size) {
+    if (size <= cap || reply->property(kTooLargeProperty).toBool()) return;
+    reply->setProperty(kTooLargeProperty, true);
+    reply->abort();
+  };
+  connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, giveUpWhenTooLarge] {
+    const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+    if (length.isValid()) giveUpWhenTooLarge(length.toLongLong());
+  });
+  connect(reply, &QNetworkReply::downloadProgress, reply,
+          [giveUpWhenTooLarge](qint64 received, qint64) { giveUpWhenTooLarge(received); });
   connect(reply, &QNetworkReply::finished, this, [self = QPointer(this), reply] {
     reply->deleteLater();
     if (self) self->applyReply(reply);
@@ -146,14 +168,30 @@ void StatusItemController::poll() {
 void StatusItemController::applyReply(QNetworkReply* reply) {
   // Only a 200 with a body counts; every other outcome (another status, a
   // refused connection, a time-out, a document that does not decode) is "no
-  // summary". The reason is deliberately not logged: the dot says it all.
+  // summary". The reason is deliberately not logged: the dot says it all. The
+  // one exception is an answer over the size cap, which says something is
+  // wrong with the daemon rather than that it is down: logged once, and again
+  // only after an answer of a sensible size.
   std::optional<HealthSummary> summary;
+  const bool tooLarge = reply->property(kTooLargeProperty).toBool();
   const QVariant code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-  if (reply->error() == QNetworkReply::NoError && code.isValid() && code.toInt() == 200) {
+  if (!tooLarge && reply->error() == QNetworkReply::NoError && code.isValid() &&
+      code.toInt() == 200) {
     const QByteArray body = reply->readAll();
-    if (!body.isEmpty()) summary = decodeHealth(std::string_view(body.constData(), body.size()));
+    if (!body.isEmpty() && body.size() <= maxResponseBytes) {
+      summary = decodeHealth(std::string_view(body.constData(), body.size()));
+    }
   }
-  const HealthStatus status = classifyHealth(summary);
+  if (tooLarge) {
+    if (!m_toldTooLarge) {
+      m_statusLog.error("health answer larger than " + std::to_string(maxResponseBytes) +
+                        " bytes; ignored until the daemon answers sensibly again");
+    }
+    m_toldTooLarge = true;
+  } else if (summary) {
+    m_toldTooLarge = false;
+  }
+  const HealthStatus status = shownStatus(summary);
   const auto now = m_clock();
   m_state->update(summary, status, now);
   render(status, summary);
@@ -168,8 +206,8 @@ void StatusItemController::render(HealthStatus status,
     const QString count =
         QStringLiteral("%1/%2").arg(summary->liveCameras()).arg(summary->totalCameras());
     m_statusItem->setTitle(" " + count);
-    m_statusItem->setToolTip(QStringLiteral("ZEV — %1 cameras live · %2")
-                                 .arg(count, QString::fromStdString(summary->version)));
+    m_statusItem->setToolTip(plainToolTip(
+        QStringLiteral("ZEV — %1 cameras live · %2").arg(count, shownText(summary->version))));
   } else {
     m_statusItem->setTitle(QStringLiteral(" —"));
     m_statusItem->setToolTip(QStringLiteral("ZEV daemon unreachable"));

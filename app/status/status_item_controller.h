@@ -50,7 +50,10 @@ class StatusItemController : public QObject {
 
  public:
   static constexpr std::chrono::milliseconds defaultPollInterval{5000};
+  // From the request's start to its last byte, however the bytes arrive.
   static constexpr std::chrono::milliseconds defaultRequestTimeout{4000};
+  // A larger answer is a failed poll, and is never held in memory whole.
+  static constexpr qint64 maxResponseBytes = qint64{1} << 20;
 
   // `statusLog` (com.zev.zevd / statusitem) must outlive the controller;
   // `activation` may be null (nothing is brought to the front then).
@@ -122,6 +125,7 @@ class StatusItemController : public QObject {
   std::function<bool()> m_restartPrompt;
   QElapsedTimer m_sincePopoverClosed;
   int m_pollsStarted = 0;
+  bool m_toldTooLarge = false;  // the size cap's log line was written
 };
 
 }  // namespace zev
