@@ -9,6 +9,8 @@
 #define ZEV_APP_APP_DELEGATE_H_
 
 #include <QObject>
+#include <QPointer>
+#include <chrono>
 #include <QUrl>
 #include <filesystem>
 #include <iosfwd>
@@ -22,6 +24,9 @@
 namespace zev {
 
 class StatusItemController;
+}  // namespace zev
+class QProcess;
+namespace zev {
 
 class AppDelegate : public QObject {
   Q_OBJECT
@@ -50,8 +55,14 @@ class AppDelegate : public QObject {
   // Drops the daemon's agent registration and registers it afresh, so a
   // changed agent definition or daemon is taken up.
   void registerAgent();
-  // Restarts the daemon's agent and blocks until the command has exited.
+  // Restarts the daemon's agent and blocks until the command has exited, or
+  // kickstartTimeout has passed (the command is then killed and that logged).
   void kickstartAgent();
+  // The same restart for the popover: starts the command and returns at once;
+  // its outcome is logged when it exits. A restart asked for while one still
+  // runs is logged and dropped.
+  void restartAgent();
+  static constexpr std::chrono::milliseconds kickstartTimeout{30000};
 
   // Runs `path` with `arguments`, standard streams inherited, and waits.
   // Throws ProcessLaunchError when it cannot start, ReliabilityError when it
@@ -78,6 +89,7 @@ class AppDelegate : public QObject {
   Clock m_clock;
   QUrl m_localBase;
   std::unique_ptr<StatusItemController> m_statusController;
+  QPointer<QProcess> m_restart;  // the popover's restart, while it runs
 };
 
 }  // namespace zev

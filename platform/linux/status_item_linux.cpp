@@ -1,17 +1,20 @@
 // The status item on Linux: a QSystemTrayIcon, which Qt shows through the
 // StatusNotifierItem D-Bus protocol or, without it, as an XEmbed tray icon.
 //
-// Trays have room for a square icon only, so the title (" 3/4") is not drawn:
-// the count is in the tooltip and in the popover's header. The dot picture
-// arrives large (64 pixels) and is scaled by the tray to its icon size.
+// Trays have room for a square icon and show no title, so the count (" 3/4")
+// is drawn into the icon: a disc in the dot's colour filling the slot, with
+// the count across it in dark, bold figures sized to fit. The dot picture
+// arrives large (64 pixels); its centre gives the colour.
 #include <QGuiApplication>
 #include <QIcon>
 #include <QPainter>
+#include <QFontMetricsF>
 #include <QPixmap>
 #include <QSystemTrayIcon>
 #include <algorithm>
 
 #include "app/ports/status_item.h"
+#include "platform/linux/status_item_linux.h"
 
 namespace zev {
 namespace {
@@ -34,26 +37,16 @@ class TrayStatusItem : public StatusItem {
   bool hasButton() const override { return true; }
 
   void setImage(const QImage& image) override {
-    // Trays fill their whole slot with the icon; the dot is drawn smaller, in
-    // the middle of a transparent square, so it sits in the panel the way the
-    // menu bar's 10-point dot does.
-    const int side = std::max(image.width(), image.height()) * 3 / 2;
-    QPixmap pixmap(side, side);
-    pixmap.fill(Qt::transparent);
-    {
-      QPainter painter(&pixmap);
-      painter.setRenderHint(QPainter::SmoothPixmapTransform);
-      QImage dot = image;
-      dot.setDevicePixelRatio(1.0);
-      painter.drawImage(QPoint((side - dot.width()) / 2, (side - dot.height()) / 2), dot);
-    }
-    m_tray.setIcon(QIcon(pixmap));
-    // Shown on the first picture, so the tray never holds an empty slot. Qt
-    // keeps the icon and shows it once a tray appears, if none is there yet.
-    if (!m_tray.isVisible()) m_tray.show();
+    if (image.isNull()) return;
+    m_color = image.pixelColor(image.width() / 2, image.height() / 2);
+    m_color.setAlpha(255);
+    repaint();
   }
 
-  void setTitle(const QString& title) override { m_title = title; }
+  void setTitle(const QString& title) override {
+    m_title = title.trimmed();
+    repaint();
+  }
 
   void setToolTip(const QString& toolTip) override { m_tray.setToolTip(toolTip); }
 
@@ -66,12 +59,51 @@ class TrayStatusItem : public StatusItem {
   }
 
  private:
+  void repaint() {
+    if (!m_color.isValid()) return;
+    const QImage icon = trayIconImage(m_color, m_title);
+    if (icon == m_shown) return;  // a poll that changed nothing repaints nothing
+    m_shown = icon;
+    m_tray.setIcon(QIcon(QPixmap::fromImage(icon)));
+    // Shown on the first picture, so the tray never holds an empty slot. Qt
+    // keeps the icon and shows it once a tray appears, if none is there yet.
+    if (!m_tray.isVisible()) m_tray.show();
+  }
+
   QSystemTrayIcon m_tray;
+  QColor m_color;
   QString m_title;
+  QImage m_shown;
   std::function<void()> m_onClick;
 };
 
 }  // namespace
+
+QImage trayIconImage(const QColor& color, const QString& count) {
+  constexpr int side = 64;
+  QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
+  image.fill(Qt::transparent);
+  QPainter painter(&image);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setRenderHint(QPainter::TextAntialiasing);
+  painter.setPen(Qt::NoPen);
+  painter.setBrush(color);
+  painter.drawEllipse(QRectF(2, 2, side - 4, side - 4));
+  if (count.isEmpty()) return image;
+  // The largest bold type up to 30 pixels in which the count fits the disc's
+  // middle band: "3/4" reads at a 22-pixel tray size, "120/128" still fits.
+  QFont font;
+  font.setBold(true);
+  const QRectF band(5, side * 0.22, side - 10, side * 0.56);
+  for (int pixels = 30; pixels >= 8; pixels -= 2) {
+    font.setPixelSize(pixels);
+    if (QFontMetricsF(font).horizontalAdvance(count) <= band.width()) break;
+  }
+  painter.setFont(font);
+  painter.setPen(QColor(20, 20, 20));
+  painter.drawText(band, Qt::AlignCenter | Qt::TextSingleLine, count);
+  return image;
+}
 
 std::unique_ptr<StatusItem> makePlatformStatusItem() { return std::make_unique<TrayStatusItem>(); }
 
