@@ -141,6 +141,9 @@ void StatusItemController::poll() {
   request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
   request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                        QNetworkRequest::ManualRedirectPolicy);
+  // Uncompressed: the size cap then bounds what is held, and no small
+  // compressed answer can unpack into a huge one.
+  request.setRawHeader("Accept-Encoding", "identity");
   QNetworkReply* reply = m_session->get(request);
   ++m_pollsStarted;
   // The transfer time-out above only notices silence; a daemon that trickles a
