@@ -51,6 +51,12 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
   // The daemon listens on loopback: no application-wide proxy may ever carry
   // the polls away from it.
   m_session->setProxy(QNetworkProxy::NoProxy);
+}
+
+PopoverView& StatusItemController::ensurePopover() {
+  if (m_popover) return *m_popover;
+  // Built on the first click, not at start-up: most runs never open it, and
+  // its widgets, fonts and style are most of what a tray icon would cost.
   m_popover = std::make_unique<PopoverView>(
       *m_state, PopoverActions{
                     closingPopoverFirst(&StatusItemActions::onOpenWebUI),
@@ -71,6 +77,7 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
       m_sincePopoverClosed.invalidate();
     }
   });
+  return *m_popover;
 }
 
 StatusItemController::~StatusItemController() {
@@ -80,7 +87,7 @@ StatusItemController::~StatusItemController() {
     reply->disconnect(this);
     reply->abort();
   }
-  m_popover->disconnect(this);
+  if (m_popover) m_popover->disconnect(this);
   m_popover.reset();
 }
 
@@ -246,7 +253,7 @@ void StatusItemController::togglePopover() {
     return;
   }
   poll();
-  m_popover->showAnchored(m_statusItem ? m_statusItem->anchorRect() : std::nullopt);
+  ensurePopover().showAnchored(m_statusItem ? m_statusItem->anchorRect() : std::nullopt);
 }
 
 void StatusItemController::confirmRestart() {

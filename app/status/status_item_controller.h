@@ -90,7 +90,8 @@ class StatusItemController : public QObject {
   void confirmRestart();
 
   const HealthState& state() const { return *m_state; }
-  PopoverView* popover() const { return m_popover.get(); }
+  // The popover, built on first use.
+  PopoverView* popover() { return &ensurePopover(); }
   bool isPopoverShown() const;
   QUrl healthURL() const;
 
@@ -107,6 +108,7 @@ class StatusItemController : public QObject {
 
  private:
   void applyReply(QNetworkReply* reply);
+  PopoverView& ensurePopover();
   bool runRestartAlert();
   std::function<void()> closingPopoverFirst(std::function<void()> StatusItemActions::*action);
 
