@@ -3,12 +3,11 @@
 //
 // Trays have room for a square icon and show no title, so the count (" 3/4")
 // is drawn into the icon: a disc in the dot's colour filling the slot, with
-// the count across it in dark, bold figures sized to fit. The dot picture
+// the count across it in dark figures sized to fit. The dot picture
 // arrives large (64 pixels); its centre gives the colour.
 #include <QGuiApplication>
 #include <QIcon>
 #include <QPainter>
-#include <QFontMetricsF>
 #include <QPixmap>
 #include <QSystemTrayIcon>
 #include <algorithm>
@@ -79,29 +78,61 @@ class TrayStatusItem : public StatusItem {
 
 }  // namespace
 
+namespace {
+
+// The count is drawn as seven-segment figures rather than set in a font: the
+// tray icon is the only text the launcher shows until the popover opens, and
+// a font would cost the idle launcher fontconfig, FreeType and HarfBuzz.
+// Segments a to g, clockwise from the top, g in the middle, as bits.
+constexpr unsigned char kSegments[10] = {0x3f, 0x06, 0x5b, 0x4f, 0x66,
+                                         0x6d, 0x7d, 0x07, 0x7f, 0x6f};
+
+void drawFigure(QPainter& painter, QChar c, const QRectF& cell) {
+  const qreal l = cell.left(), r = cell.right(), t = cell.top(), b = cell.bottom();
+  const qreal m = (t + b) / 2;
+  if (c == QLatin1Char('/')) {
+    painter.drawLine(QPointF(r, t), QPointF(l, b));
+  } else if (c == QChar(0x2014) || c == QLatin1Char('-')) {
+    painter.drawLine(QPointF(l, m), QPointF(r, m));
+  } else if (c.isDigit()) {
+    const unsigned bits = kSegments[c.digitValue()];
+    const QLineF segments[7] = {{l, t, r, t}, {r, t, r, m}, {r, m, r, b}, {l, b, r, b},
+                                {l, m, l, b}, {l, t, l, m}, {l, m, r, m}};
+    for (int i = 0; i < 7; ++i) {
+      if (bits & (1u << i)) painter.drawLine(segments[i]);
+    }
+  }
+}
+
+}  // namespace
+
 QImage trayIconImage(const QColor& color, const QString& count) {
   constexpr int side = 64;
   QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
   image.fill(Qt::transparent);
   QPainter painter(&image);
   painter.setRenderHint(QPainter::Antialiasing);
-  painter.setRenderHint(QPainter::TextAntialiasing);
   painter.setPen(Qt::NoPen);
   painter.setBrush(color);
   painter.drawEllipse(QRectF(2, 2, side - 4, side - 4));
   if (count.isEmpty()) return image;
-  // The largest bold type up to 30 pixels in which the count fits the disc's
-  // middle band: "3/4" reads at a 22-pixel tray size, "120/128" still fits.
-  QFont font;
-  font.setBold(true);
-  const QRectF band(5, side * 0.22, side - 10, side * 0.56);
-  for (int pixels = 30; pixels >= 8; pixels -= 2) {
-    font.setPixelSize(pixels);
-    if (QFontMetricsF(font).horizontalAdvance(count) <= band.width()) break;
+  // Figures as tall as a third of the icon (legible at a 22-pixel tray
+  // size), narrowed to fit the disc's middle band for longer counts.
+  const qreal bandWidth = side - 14;
+  const qreal height = side * 0.36;
+  const qreal gapRatio = 0.45;  // the space between figures, of a figure's width
+  const qreal n = count.size();
+  const qreal width = std::min(height * 0.55, bandWidth / (n + (n - 1) * gapRatio));
+  const qreal stroke = std::clamp(width * 0.28, 1.5, 5.0);
+  QPen pen(QColor(20, 20, 20), stroke, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+  painter.setPen(pen);
+  const qreal total = n * width + (n - 1) * width * gapRatio;
+  qreal x = (side - total) / 2;
+  const qreal top = (side - height) / 2;
+  for (const QChar c : count) {
+    drawFigure(painter, c, QRectF(x, top, width, height));
+    x += width * (1 + gapRatio);
   }
-  painter.setFont(font);
-  painter.setPen(QColor(20, 20, 20));
-  painter.drawText(band, Qt::AlignCenter | Qt::TextSingleLine, count);
   return image;
 }
 
