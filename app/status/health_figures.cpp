@@ -47,6 +47,12 @@ QString issueCountText(const HealthSummary& summary) {
   return QString::number(std::max(count, listed));
 }
 
+QString linkText(const HealthDefaultRoute& route) {
+  HealthDefaultRoute sane = route;
+  if (sane.speedMbps > 10'000'000) sane.speedMbps = 0;
+  return shownText(sane.summaryText());
+}
+
 QString shownText(const std::string& text) {
   // Cut before converting: a megabyte of name must not become a megabyte of
   // QString per row. Four bytes per character is UTF-8's worst case.

@@ -36,6 +36,10 @@ QString frameAgeText(int64_t milliseconds);
 // "more:" marker) is the number listed.
 QString issueCountText(const HealthSummary& summary);
 
+// The route as "eth0 ethernet 1000 Mb/s", or without the speed when it is
+// unknown (below 1) or beyond any link (above 10 000 000 Mb/s).
+QString linkText(const HealthDefaultRoute& route);
+
 // A daemon text for a label: as UTF-8, control characters as blanks, cut to
 // maxShownTextLength.
 QString shownText(const std::string& text);

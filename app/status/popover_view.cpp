@@ -53,8 +53,11 @@ void setTextColor(QWidget* widget, const QColor& color) {
 QLabel* makeLabel(const QString& text, const QFont& font, const QString& objectName,
                   QWidget* parent) {
   auto* label = new QLabel(text, parent);
-  // Nothing the daemon says may become a link, a picture or markup.
+  // Nothing the daemon says may become a link, a picture or markup, and no
+  // text of its may widen the popover: a label gets the width it is given.
   label->setTextFormat(Qt::PlainText);
+  label->setSizePolicy(QSizePolicy::Ignored, label->sizePolicy().verticalPolicy());
+  label->setMinimumWidth(1);
   label->setFont(font);
   label->setObjectName(objectName);
   return label;
@@ -447,7 +450,7 @@ void PopoverView::refreshSummary(const HealthSummary& summary) {
     const QColor color = route->isWarning() ? systemOrange() : secondaryTextColor(palette());
     m_linkSymbol->setProperty("kind", shownText(route->kind));
     m_linkSymbol->setPixmap(linkSymbol(route->kind, color, devicePixelRatioF()));
-    m_linkText->setText("Link: " + shownText(route->summaryText()));
+    m_linkText->setText("Link: " + linkText(*route));
     m_linkText->setProperty("warning", route->isWarning());
     setTextColor(m_linkText, color);
   }

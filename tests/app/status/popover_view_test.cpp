@@ -250,15 +250,20 @@ TEST(HealthFigures, OutOfRangeFiguresReadAsADash) {
 }
 
 // Markup from the daemon stays text: no label renders it, no tooltip either,
-// and a huge text is cut before it reaches a widget.
+// and a huge text is cut before it reaches a widget, on one line that does
+// not widen the popover.
 TEST_F(PopoverViewTest, DaemonTextsArePlainAndBounded) {
+  show(healthy());
+  view.adjustSize();
+  const int width = view.width();
   HealthSummary s = healthy();
-  s.version = "<b>9</b>";
+  s.version = "<b>9</b>" + std::string(150, '9');
   s.cameras[0].name = "<img src=x>" + std::string(1 << 20, 'W');
   s.degradedReasons = {"<a href=\"https://example.com\">click</a>"};
-  s.defaultRoute = HealthDefaultRoute{"<i>eth0</i>", "ethernet", 10, ""};
+  s.defaultRoute = HealthDefaultRoute{"<i>eth0</i>", "ethernet", kMax, ""};
   show(s);
-  EXPECT_EQ(text("headerSubtitle"), "zevd <b>9</b>");
+  EXPECT_EQ(text("linkLabel"), "Link: <i>eth0</i> ethernet");
+  EXPECT_TRUE(text("headerSubtitle").startsWith("zevd <b>9</b>99"));
   EXPECT_EQ(text("degradedReason"), "<a href=\"https://example.com\">click</a>");
   for (QLabel* label : view.findChildren<QLabel*>()) {
     if (label->text().isEmpty()) continue;  // the dots and symbols: pictures only
@@ -268,6 +273,9 @@ TEST_F(PopoverViewTest, DaemonTextsArePlainAndBounded) {
   EXPECT_EQ(name->accessibleName().size(), maxShownTextLength);
   EXPECT_TRUE(name->accessibleName().startsWith("<img src=x>W"));
   EXPECT_FALSE(name->toolTip().contains("<img")) << "the tooltip would render the picture";
+  EXPECT_EQ(name->sizeHint().height(), name->fontMetrics().height());  // one line
+  view.adjustSize();
+  EXPECT_EQ(view.width(), width);
 }
 
 // The route's text and warning themselves are HealthDefaultRoute's (core tests).
@@ -296,19 +304,6 @@ TEST_F(PopoverViewTest, LinkLineFollowsTheRoute) {
     EXPECT_EQ(visible("linkSymbol").at(0)->property("kind").toString(),
               QString::fromStdString(c.route->kind));
   }
-}
-
-TEST_F(PopoverViewTest, LongCameraNameStaysOnOneLineAndKeepsTheWidth) {
-  show(healthy());
-  view.adjustSize();
-  const int width = view.width();
-  HealthSummary s = healthy();
-  s.cameras[0].name = std::string(150, 'W') + " with a very long name indeed";
-  show(s);
-  view.adjustSize();
-  const QWidget* name = visible<QWidget>("cameraName").front();
-  EXPECT_EQ(name->sizeHint().height(), name->fontMetrics().height());
-  EXPECT_EQ(view.width(), width);
 }
 
 TEST_F(PopoverViewTest, ActionRowHasTheFourControlsAndNoQuit) {

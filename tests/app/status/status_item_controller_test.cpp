@@ -183,15 +183,6 @@ TEST_F(StatusItemControllerTest, OverlappingPollsApplyInArrivalOrder) {
 
 TEST_F(StatusItemControllerTest, DestroyedWithRequestInFlightDoesNothingMore) {
   HealthServer daemon([](int) { return HealthServer::Response{200, kHealthy, 200ms}; });
-  auto controller = makeController(daemon.baseURL());
-  controller->install();
-  controller->poll();
-  QTest::qWait(50);
-  controller.reset();
-  const QString titleAtDestruction = item->title;
-  QTest::qWait(400);  // the answers arrive, or would have
-  EXPECT_EQ(item->title, titleAtDestruction);
-
   // Destroyed from a deferred delete while the popover is open and its poll
   // in flight: the popover goes with it and the late answer paints nothing.
   auto second = makeController(daemon.baseURL());
@@ -388,10 +379,6 @@ TEST(StatusItemDotImage, IsATransparentSquareWithACentredDotOfTheStatusColour) {
       for (QPoint corner :
            {QPoint(0, 0), QPoint(side - 1, 0), QPoint(0, side - 1), QPoint(side - 1, side - 1)}) {
         EXPECT_EQ(qAlpha(image.pixel(corner)), 0);
-      }
-      // The edge midpoints lie in the inset ring, outside the circle.
-      if (scale >= 2.0) {
-        EXPECT_EQ(qAlpha(image.pixel(side / 2, 0)), 0);
       }
       EXPECT_EQ(image.pixelColor(side / 2, side / 2).rgb(), c.color.rgb());
     }
