@@ -159,21 +159,31 @@ class SystemdUserService : public AppService {
     const std::optional<std::string> unitTemplate = readFile(m_unitFile);
     if (!unitTemplate) return makeError(domain, ENOENT, "no unit file at " + m_unitFile.string());
     const std::string unit = unitForDaemon(*unitTemplate, m_daemon);
-    if (unitFileState() == "enabled" && readFile(m_installed) == unit) {
+    const bool current = readFile(m_installed) == unit;
+    if (unitFileState() == "enabled" && current) {
+      m_knownState = "enabled";
       return makeError(domain, ServiceError::alreadyRegistered, m_unitName + " is already enabled");
     }
-    if (auto error = install(unit)) return error;
-    if (auto error = systemctl({"daemon-reload"})) return error;
-    return systemctl({"enable", m_unitName});
+    // The manager rereads unit files only when told; a file that did not
+    // change spares the launch that call.
+    if (!current) {
+      if (auto error = install(unit)) return error;
+      if (auto error = systemctl({"daemon-reload"})) return error;
+    }
+    auto error = systemctl({"enable", m_unitName});
+    if (!error) m_knownState = "enabled";
+    return error;
   }
 
   // Leaves the unit file in place (the next registration rewrites it);
   // `disable` also removes a link made by earlier versions with `link`.
   std::optional<ServiceError> unregisterService() override {
+    m_knownState.reset();
     return systemctl({"disable", m_unitName});
   }
 
-  std::string statusDescription() override { return unitFileState(); }
+  // What registering just established, else is-enabled's answer.
+  std::string statusDescription() override { return m_knownState ? *m_knownState : unitFileState(); }
 
  private:
   static constexpr std::string_view domain = "systemd";
@@ -235,6 +245,7 @@ class SystemdUserService : public AppService {
   const std::filesystem::path m_daemon;
   const std::string m_unitName;
   const std::chrono::milliseconds m_timeout;
+  std::optional<std::string> m_knownState;
 };
 
 }  // namespace

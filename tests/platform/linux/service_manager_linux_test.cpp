@@ -110,7 +110,7 @@ TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEn
     int exitStatus;
     const char* output;
     std::optional<int> code;  // nothing: registered
-    int calls;                // how far it got: is-enabled, daemon-reload, enable
+    int calls;  // how far it got: is-enabled, daemon-reload (for a changed unit), enable
   };
   const Case cases[] = {
       {"first registration", bundle, "is-enabled", 1, "disabled\n", std::nullopt, 3},
@@ -120,7 +120,7 @@ TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEn
        std::nullopt, 3},
       {"'already' in a failure", bundle, "enable", 1,
        "Failed to enable unit: File already exists and is masked.\n", 1, 3},
-      {"no user manager", bundle, "daemon-reload", 1, "Failed to connect to bus: No medium found\n",
+      {"no user manager", root / "third/ZEV.app", "daemon-reload", 1, "Failed to connect to bus: No medium found\n",
        1, 2},
   };
   const std::vector<std::string> expectedCalls = {"--user is-enabled com.zev.zevd.service",
@@ -186,7 +186,7 @@ TEST_F(LinuxServiceManagerTest, AgentRegisterFailsWithoutSystemctl_OrWhenItHangs
     EXPECT_EQ(manager().kickstartCommand("com.zev.zevd").path, "systemctl");
   }
   testing::FakeSystemctl systemctl;
-  systemctl.delay("daemon-reload", 30);
+  systemctl.delay("enable", 30);
   const auto error =
       manager(std::chrono::milliseconds(300)).agentService("com.zev.zevd.plist")->registerService();
   ASSERT_TRUE(error);
