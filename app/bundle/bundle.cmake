@@ -7,6 +7,13 @@
 #                   /Library/LaunchAgents/com.zev.zevd.plist
 #                   /Library/systemd/user/com.zev.zevd.service
 #                   /Resources/
+#                   /_CodeManifest/files, files.sig   (Linux: signed manifest)
+#
+# On Linux the build makes a throw-away Ed25519 key pair (never committed:
+# <build>/signing/), puts its public key into Info.plist as
+# ZEVManifestPublicKey, and once everything else is in the bundle writes the
+# manifest of its files signed with that key (tools/zev-sign). A target that
+# adds files to the bundle must be a dependency of ZEVBundleManifest.
 #
 # Included from the top-level list after every subdirectory, so the targets it
 # packs (ZEVLauncher, zevd-sim) are known by then.
@@ -21,16 +28,54 @@ else()
   set(ZEV_BUNDLE_EXECUTABLE_DIR ${ZEV_BUNDLE_CONTENTS}/Linux)
 endif()
 
+set(ZEV_CERTIFICATION_WINDOW_SECONDS "" CACHE STRING
+    "ZEVCertificationWindowSeconds written into Info.plist (empty: key left out, 180 s)")
+
 set(ZEV_INFO_PLIST_EXTRA "")
 if(NOT ZEV_RELIABILITY_DIRECTORY STREQUAL "")
   string(REPLACE "&" "&amp;" escaped "${ZEV_RELIABILITY_DIRECTORY}")
   string(REPLACE "<" "&lt;" escaped "${escaped}")
-  set(ZEV_INFO_PLIST_EXTRA
-      "\t<key>ZEVReliabilityDirectory</key>\n\t<string>${escaped}</string>\n")
+  string(APPEND ZEV_INFO_PLIST_EXTRA
+         "\t<key>ZEVReliabilityDirectory</key>\n\t<string>${escaped}</string>\n")
+endif()
+if(NOT ZEV_CERTIFICATION_WINDOW_SECONDS STREQUAL "")
+  if(NOT ZEV_CERTIFICATION_WINDOW_SECONDS MATCHES "^[0-9]+$")
+    message(FATAL_ERROR "ZEV_CERTIFICATION_WINDOW_SECONDS must be a whole number of seconds")
+  endif()
+  string(APPEND ZEV_INFO_PLIST_EXTRA
+         "\t<key>ZEVCertificationWindowSeconds</key>\n"
+         "\t<string>${ZEV_CERTIFICATION_WINDOW_SECONDS}</string>\n")
 endif()
 
 set(bundle_sources ${CMAKE_CURRENT_LIST_DIR})
-configure_file(${bundle_sources}/Info.plist.in ${ZEV_BUNDLE_CONTENTS}/Info.plist @ONLY)
+set(ZEV_SIGN_MANIFEST OFF)
+if(TARGET zev-sign AND NOT APPLE)
+  set(ZEV_SIGN_MANIFEST ON)
+endif()
+if(ZEV_SIGN_MANIFEST)
+  # The key is only known at build time: configure a template now, and write
+  # the Info.plist with the key in it once the key pair exists.
+  string(APPEND ZEV_INFO_PLIST_EXTRA
+         "\t<key>ZEVManifestPublicKey</key>\n\t<string>%ZEV_MANIFEST_PUBLIC_KEY%</string>\n")
+  set(signing ${CMAKE_BINARY_DIR}/signing)
+  configure_file(${bundle_sources}/Info.plist.in ${signing}/Info.plist.template @ONLY)
+  add_custom_command(
+    OUTPUT ${signing}/manifest.key ${signing}/manifest.pub
+    COMMAND $<TARGET_FILE:zev-sign> keygen ${signing}/manifest.key > ${signing}/manifest.pub
+    DEPENDS zev-sign
+    COMMENT "Generating a throw-away key pair for the bundle manifest")
+  add_custom_command(
+    OUTPUT ${ZEV_BUNDLE_CONTENTS}/Info.plist
+    COMMAND ${CMAKE_COMMAND} -DTEMPLATE=${signing}/Info.plist.template
+            -DPUBLIC_KEY_FILE=${signing}/manifest.pub -DOUTPUT=${ZEV_BUNDLE_CONTENTS}/Info.plist
+            -P ${bundle_sources}/write_info_plist.cmake
+    DEPENDS ${signing}/Info.plist.template ${signing}/manifest.pub
+            ${bundle_sources}/write_info_plist.cmake
+    COMMENT "Writing ZEV.app's Info.plist with the manifest key")
+  add_custom_target(ZEVBundleInfo ALL DEPENDS ${ZEV_BUNDLE_CONTENTS}/Info.plist)
+else()
+  configure_file(${bundle_sources}/Info.plist.in ${ZEV_BUNDLE_CONTENTS}/Info.plist @ONLY)
+endif()
 configure_file(${bundle_sources}/com.zev.zevd.plist.in
                ${ZEV_BUNDLE_CONTENTS}/Library/LaunchAgents/com.zev.zevd.plist @ONLY)
 configure_file(${bundle_sources}/com.zev.zevd.service.in
@@ -50,6 +95,22 @@ if(TARGET zevd-sim)
     DEPENDS zevd-sim $<TARGET_FILE:zevd-sim>
     COMMENT "Copying zevd-sim into ZEV.app as Contents/Helpers/zevd")
   add_custom_target(ZEVBundleDaemon ALL DEPENDS ${ZEV_BUNDLE_CONTENTS}/Helpers/zevd)
+endif()
+
+# Last: the signed manifest of everything in the bundle. Runs on every build
+# (hashing the bundle takes a fraction of a second), after every target that
+# puts something into it.
+if(ZEV_SIGN_MANIFEST)
+  add_custom_target(ZEVBundleManifest ALL
+    COMMAND $<TARGET_FILE:zev-sign> manifest ${ZEV_BUNDLE} ${signing}/manifest.key
+    DEPENDS ${signing}/manifest.key
+    COMMENT "Writing ZEV.app's signed manifest")
+  add_dependencies(ZEVBundleManifest ZEVBundleInfo zev-sign)
+  foreach(part ZEVLauncher ZEVBundleDaemon)
+    if(TARGET ${part})
+      add_dependencies(ZEVBundleManifest ${part})
+    endif()
+  endforeach()
 endif()
 
 # The launcher's smoke test runs the bundled executable.

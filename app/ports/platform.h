@@ -6,10 +6,12 @@
 #include <memory>
 
 #include "app/ports/app_activation.h"
+#include "app/ports/archive_tool.h"
 #include "app/ports/bundle_info.h"
 #include "app/ports/service_manager.h"
 #include "app/ports/status_item.h"
 #include "app/ports/system_log.h"
+#include "app/ports/updater.h"
 #include "app/ports/workspace.h"
 
 namespace zev {
@@ -21,6 +23,9 @@ struct Platform {
   std::unique_ptr<BundleInfo> bundleInfo;
   std::unique_ptr<Workspace> workspace;
   std::unique_ptr<AppActivation> activation;
+  std::unique_ptr<Updater> updater;
+  // Shared: a running archiving step keeps it alive on its worker thread.
+  std::shared_ptr<ArchiveTool> archiveTool;
   // Creates the menu-bar item; called once, by installStatusItem.
   std::function<std::unique_ptr<StatusItem>()> makeStatusItem;
 };

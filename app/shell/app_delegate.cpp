@@ -16,6 +16,7 @@
 #include "app/shell/constants.h"
 #include "app/shell/process_runner.h"
 #include "app/status/status_item_controller.h"
+#include "app/updates/update_coordinator.h"
 
 namespace zev {
 namespace {
@@ -96,9 +97,20 @@ AppDelegate::AppDelegate(Platform platform, std::ostream& standardError, Clock c
       m_platform(std::move(platform)),
       m_standardError(standardError),
       m_clock(std::move(clock)),
-      m_localBase(parseLocalBase()) {}
+      m_localBase(parseLocalBase()) {
+  m_updates = std::make_unique<UpdateCoordinator>(
+      UpdateCoordinator::Ports{*m_platform.launcherLog, *m_platform.bundleInfo,
+                               m_platform.updater.get(), m_platform.archiveTool,
+                               m_platform.activation.get()},
+      m_clock, [this] { return reliabilityDirectory(); }, [this] { return m_localBase; });
+}
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate() {
+  // The updater goes first: it must not call back into a coordinator that is
+  // already gone.
+  m_statusController.reset();
+  m_platform.updater.reset();
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
   // Each step logs its own failures. The guard is for the unforeseen (an
@@ -114,6 +126,9 @@ void AppDelegate::applicationDidFinishLaunching() {
   step("registerLoginItem", &AppDelegate::registerLoginItem);
   step("registerAgent", &AppDelegate::registerAgent);
   step("kickstartAgent", &AppDelegate::kickstartAgent);
+  step("resumeUpdateVerificationIfNeeded", &AppDelegate::resumeUpdateVerificationIfNeeded);
+  step("startSparkle", &AppDelegate::startSparkle);
+  step("startUpdatePushWatcher", &AppDelegate::startUpdatePushWatcher);
   step("installStatusItem", &AppDelegate::installStatusItem);
 }
 
@@ -168,6 +183,14 @@ void AppDelegate::kickstartAgent() {
   m_platform.launcherLog->info("kickstart exit=" + std::to_string(result.exitStatus) +
                                " out=" + result.output);
 }
+
+void AppDelegate::resumeUpdateVerificationIfNeeded() {
+  m_updates->resumeUpdateVerificationIfNeeded();
+}
+
+void AppDelegate::startSparkle() { m_updates->startSparkle(); }
+
+void AppDelegate::startUpdatePushWatcher() { m_updates->startUpdatePushWatcher(); }
 
 void AppDelegate::run(const std::string& path, const std::vector<std::string>& arguments) {
   runInheritingOutput(path, arguments);

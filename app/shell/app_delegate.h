@@ -1,6 +1,8 @@
 // AppDelegate owns every long-lived object of the launcher and runs the launch
-// sequence: make sure the daemon is present, registered and running, then put
-// the status item into the menu bar / tray.
+// sequence: make sure the daemon is present, registered and running, resume a
+// post-update verification, start the updater and its push watcher, then put
+// the status item into the menu bar / tray. The certified-update work itself
+// is done by its UpdateCoordinator (app/updates/update_coordinator.h).
 //
 // Lives on the GUI thread for the whole run. Operating-system calls go through
 // the Platform it is given, so tests build it with fakes. Nothing here throws
@@ -24,6 +26,7 @@
 namespace zev {
 
 class StatusItemController;
+class UpdateCoordinator;
 }  // namespace zev
 class QProcess;
 namespace zev {
@@ -41,7 +44,8 @@ class AppDelegate : public QObject {
   ~AppDelegate() override;
 
   // The launch sequence: verifyDaemonPresent, registerLoginItem,
-  // registerAgent, kickstartAgent, installStatusItem. Always runs to the end;
+  // registerAgent, kickstartAgent, resumeUpdateVerificationIfNeeded,
+  // startSparkle, startUpdatePushWatcher, installStatusItem. Always runs to the end;
   // a step that throws is logged and the next one runs.
   void applicationDidFinishLaunching();
 
@@ -73,6 +77,13 @@ class AppDelegate : public QObject {
   // (leading ~ expanded), else ~/.zevd/reliability. Never creates it.
   std::filesystem::path reliabilityDirectory() const;
 
+  // Certified updates (forwarded to the UpdateCoordinator). Verification of
+  // an update left installing or verifying by the previous run; the updater,
+  // with automatic checks and downloads; the 2-second sentinel poll.
+  void resumeUpdateVerificationIfNeeded();
+  void startSparkle();
+  void startUpdatePushWatcher();
+
   // Builds the status item controller with the five actions and starts polling.
   void installStatusItem();
 
@@ -82,12 +93,16 @@ class AppDelegate : public QObject {
   void setLocalBaseForDevelopment(QUrl base) { m_localBase = std::move(base); }
   StatusItemController* statusController() const { return m_statusController.get(); }
   Platform& platform() { return m_platform; }
+  // Preparation, verification, push watcher and the updater's delegate. Its
+  // onUpdateFinished hook is called when a verification ends.
+  UpdateCoordinator& updates() { return *m_updates; }
 
  private:
   Platform m_platform;
   std::ostream& m_standardError;
   Clock m_clock;
   QUrl m_localBase;
+  std::unique_ptr<UpdateCoordinator> m_updates;
   std::unique_ptr<StatusItemController> m_statusController;
   QPointer<QProcess> m_restart;  // the popover's restart, while it runs
 };

@@ -5,6 +5,7 @@
 
 #include "app/shell/app_delegate.h"
 #include "app/status/status_item_controller.h"
+#include "app/updates/update_coordinator.h"
 
 namespace zev {
 
@@ -28,8 +29,9 @@ void AppDelegate::installStatusItem() {
     Platform& platform = self->platform();
     platform.workspace->revealFile(platform.bundleInfo->homeDirectory() / ".zevd" / "zevd.log");
   };
-  // No updater exists yet, so checking for updates does nothing.
-  actions.onCheckUpdates = [] {};
+  actions.onCheckUpdates = [self] {
+    if (self) self->updates().checkForUpdates();
+  };
 
   std::unique_ptr<StatusItem> item =
       m_platform.makeStatusItem ? m_platform.makeStatusItem() : nullptr;

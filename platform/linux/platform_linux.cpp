@@ -7,7 +7,10 @@
 #include "app/shell/constants.h"
 #include "app/ports/platform.h"
 #include "platform/linux/app_activation_linux.h"
+#include "platform/linux/archive_tool_linux.h"
 #include "platform/linux/bundle_info_linux.h"
+#include "platform/linux/bundle_manifest.h"
+#include "platform/linux/no_feed_updater_linux.h"
 #include "platform/linux/service_manager_linux.h"
 #include "platform/linux/workspace_linux.h"
 
@@ -25,9 +28,14 @@ Platform makePlatform() {
       makeSystemLog(std::string(logSubsystem), std::string(statusItemLogCategory));
   platform.serviceManager =
       std::make_unique<LinuxServiceManager>(bundle, executable, xdgConfigHome(home));
+  // The key is the running bundle's: a copy is never trusted to vouch for itself.
+  platform.archiveTool = std::make_unique<LinuxArchiveTool>(
+      bundleInfo->stringValue(std::string(manifest::publicKeyInfoKey)));
   platform.bundleInfo = std::move(bundleInfo);
   platform.workspace = std::make_unique<LinuxWorkspace>();
   platform.activation = std::make_unique<LinuxAppActivation>();
+  // Until Linux has an updater of its own: no feed, and checks find nothing.
+  platform.updater = std::make_unique<NoFeedUpdater>();
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;
 }

@@ -9,6 +9,8 @@ std::unique_ptr<ServiceManager> makeMacServiceManager();
 std::unique_ptr<BundleInfo> makeMacBundleInfo();
 std::unique_ptr<Workspace> makeMacWorkspace();
 std::unique_ptr<AppActivation> makeMacAppActivation();
+std::unique_ptr<Updater> makeMacUpdater();
+std::unique_ptr<ArchiveTool> makeMacArchiveTool();
 
 Platform makePlatform() {
   Platform platform;
@@ -20,6 +22,8 @@ Platform makePlatform() {
   platform.bundleInfo = makeMacBundleInfo();
   platform.workspace = makeMacWorkspace();
   platform.activation = makeMacAppActivation();
+  platform.updater = makeMacUpdater();
+  platform.archiveTool = makeMacArchiveTool();
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;
 }

@@ -22,6 +22,7 @@
 
 #include "app/fakes/fake_service_manager.h"
 #include "app/fakes/fake_system_log.h"
+#include "app/fakes/fake_updater.h"
 #include "app/ports/platform.h"
 
 namespace zev::testing {
@@ -67,6 +68,8 @@ struct FakePlatform {
     bundleInfo = install<FakeBundleInfo>(m_platform.bundleInfo);
     workspace = install<FakeWorkspace>(m_platform.workspace);
     activation = install<FakeAppActivation>(m_platform.activation);
+    updater = install<FakeUpdater>(m_platform.updater);
+    archiveTool = install<FakeArchiveTool>(m_platform.archiveTool);
     m_platform.makeStatusItem = [this]() -> std::unique_ptr<StatusItem> {
       ++statusItemsMade;
       return statusItemFactory ? statusItemFactory() : nullptr;
@@ -85,6 +88,8 @@ struct FakePlatform {
   FakeBundleInfo* bundleInfo;
   FakeWorkspace* workspace;
   FakeAppActivation* activation;
+  FakeUpdater* updater;
+  FakeArchiveTool* archiveTool;
   int statusItemsMade = 0;
   std::function<std::unique_ptr<StatusItem>()> statusItemFactory;
 

@@ -38,6 +38,9 @@ class HealthServer {
     });
     m_port = m_server.bind_to_any_port("127.0.0.1");
     m_thread = std::thread([this] { m_server.listen_after_bind(); });
+    // A stop() that comes before the loop runs is lost, and the destructor
+    // would then wait for ever: let the loop start first.
+    while (!m_server.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 
   ~HealthServer() {

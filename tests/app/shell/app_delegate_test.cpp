@@ -204,13 +204,16 @@ TEST_F(AppDelegateTest, LaunchSequenceRunsEveryStepInOrderWhenAllFail) {
                           "agent(com.zev.zevd.plist).unregister",
                           "agent(com.zev.zevd.plist).register", "kickstartCommand(com.zev.zevd)"));
   const std::vector<LogEntry> log = fakes.launcherLog->entries();
-  ASSERT_EQ(log.size(), 5u);
+  ASSERT_EQ(log.size(), 7u);
   EXPECT_EQ(log[0], error("missing daemon at " + daemonPath().string()));
   EXPECT_EQ(log[1], error("LoginItem register failed: no autostart directory"));
   EXPECT_EQ(log[2], info("Agent unregister no-op: no user manager"));
   EXPECT_EQ(log[3], error("Agent register failed: no user manager"));
   EXPECT_EQ(log[4].level, LogEntry::Level::error);
   EXPECT_THAT(log[4].message, StartsWith("kickstart spawn failed: "));
+  // Steps 5-7: nothing to resume, the updater, the push watcher.
+  EXPECT_EQ(log[5], info("Sparkle started; feed=<nil>"));
+  EXPECT_EQ(log[6], info("update push watcher started; sentinel=/tmp/com.zev.zevd.update-trigger"));
   // One line each for the missing daemon and the two failed registrations,
   // worded as the single-step tests above check.
   const std::string printed = standardError.str();
@@ -281,7 +284,7 @@ TEST_F(InstallStatusItemTest, EachActionReachesItsPort) {
   EXPECT_THAT(fakes.launcherLog->entries(),
               ElementsAre(testing::info("log window not available yet")));
 
-  // No updater exists yet: checking for updates touches nothing.
+  // The updater has not been started: checking for updates touches nothing.
   fakes.launcherLog->clear();
   trigger("checkUpdatesButton");
   EXPECT_THAT(fakes.launcherLog->entries(), IsEmpty());
