@@ -50,14 +50,19 @@ void setTextColor(QWidget* widget, const QColor& color) {
   widget->setPalette(palette);
 }
 
+// A label that takes the width its row gives it, whatever its text: a long
+// daemon text is cut at the popover's edge instead of widening it.
+QLabel* fitToRow(QLabel* label) {
+  label->setSizePolicy(QSizePolicy::Ignored, label->sizePolicy().verticalPolicy());
+  label->setMinimumWidth(1);
+  return label;
+}
+
 QLabel* makeLabel(const QString& text, const QFont& font, const QString& objectName,
                   QWidget* parent) {
   auto* label = new QLabel(text, parent);
-  // Nothing the daemon says may become a link, a picture or markup, and no
-  // text of its may widen the popover: a label gets the width it is given.
+  // Nothing the daemon says may become a link, a picture or markup.
   label->setTextFormat(Qt::PlainText);
-  label->setSizePolicy(QSizePolicy::Ignored, label->sizePolicy().verticalPolicy());
-  label->setMinimumWidth(1);
   label->setFont(font);
   label->setObjectName(objectName);
   return label;
@@ -350,10 +355,10 @@ QWidget* PopoverView::buildHeader() {
   auto* lines = new QVBoxLayout;
   lines->setSpacing(1);
   m_headerTitle = makeLabel(QString(), sizedFont(font(), 13, QFont::DemiBold), "headerTitle", header);
-  lines->addWidget(m_headerTitle);
+  lines->addWidget(fitToRow(m_headerTitle));
   m_headerSubtitle = makeLabel(QString(), sizedFont(font(), 11), "headerSubtitle", header);
   setTextColor(m_headerSubtitle, secondaryTextColor(palette()));
-  lines->addWidget(m_headerSubtitle);
+  lines->addWidget(fitToRow(m_headerSubtitle));
   row->addLayout(lines, 1);
   return header;
 }
@@ -385,8 +390,7 @@ QWidget* PopoverView::buildSummary() {
   m_linkSymbol->setObjectName("linkSymbol");
   m_linkText = makeLabel(QString(), sizedFont(font(), 11), "linkLabel", m_link);
   link->addWidget(m_linkSymbol);
-  link->addWidget(m_linkText);
-  link->addStretch(1);
+  link->addWidget(fitToRow(m_linkText), 1);
   column->addWidget(m_link);
 
   m_degraded = new QFrame(body);

@@ -113,6 +113,11 @@ TEST_F(PopoverViewTest, HealthyShowsHeaderFiguresAndCamerasInOrder) {
   EXPECT_EQ(cameraRows(), (Pairs{{"Front door", "120 ms"}, {"Garage", "140 ms"},
                                  {"Garden", "95 ms"}, {"Attic", "down"}}));
   EXPECT_EQ(visible("cameraState").back()->palette().color(QPalette::WindowText), systemRed());
+  // Every figure has the room it needs (no row squeezes them to nothing).
+  QApplication::processEvents();  // the layouts settle
+  for (QLabel* value : visible("metricValue")) {
+    EXPECT_GE(value->width(), value->sizeHint().width()) << value->text().toStdString();
+  }
   for (const char* absent : {"degradedTitle", "linkLabel", "unreachableText", "moreCameras"}) {
     EXPECT_TRUE(visible(absent).empty()) << absent;
   }
