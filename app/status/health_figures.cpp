@@ -59,8 +59,12 @@ QString shownText(const std::string& text) {
   const std::size_t byteLimit = std::size_t(maxShownTextLength) * 4 + 4;
   QString shown = QString::fromUtf8(text.data(), qsizetype(std::min(text.size(), byteLimit)));
   for (QChar& c : shown) {
+    // Bidirectional overrides and isolates too: they would let a name run
+    // backwards into whatever follows it.
+    const char16_t u = c.unicode();
+    const bool bidiControl = (u >= 0x202A && u <= 0x202E) || (u >= 0x2066 && u <= 0x2069);
     if (c.category() == QChar::Other_Control || c == QChar::LineSeparator ||
-        c == QChar::ParagraphSeparator) {
+        c == QChar::ParagraphSeparator || bidiControl) {
       c = QLatin1Char(' ');
     }
   }

@@ -40,8 +40,8 @@ QString issueCountText(const HealthSummary& summary);
 // unknown (below 1) or beyond any link (above 10 000 000 Mb/s).
 QString linkText(const HealthDefaultRoute& route);
 
-// A daemon text for a label: as UTF-8, control characters as blanks, cut to
-// maxShownTextLength.
+// A daemon text for a label: as UTF-8, control characters and bidirectional
+// overrides as blanks, cut to maxShownTextLength.
 QString shownText(const std::string& text);
 
 // `text` for a tooltip that must read as plain text: Qt renders a tooltip as

@@ -261,6 +261,7 @@ TEST_F(PopoverViewTest, DaemonTextsArePlainAndBounded) {
   s.version = "<b>9</b>" + std::string(150, '9');
   s.cameras[0].name = "<img src=x>" + std::string(1 << 20, 'W');
   s.degradedReasons = {"<a href=\"https://example.com\">click</a>"};
+  s.cameras[1].name = "Garage\u202e\ttxt.exe";
   s.defaultRoute = HealthDefaultRoute{"<i>eth0</i>", "ethernet", kMax, ""};
   show(s);
   EXPECT_EQ(text("linkLabel"), "Link: <i>eth0</i> ethernet");
@@ -270,6 +271,7 @@ TEST_F(PopoverViewTest, DaemonTextsArePlainAndBounded) {
     if (label->text().isEmpty()) continue;  // the dots and symbols: pictures only
     EXPECT_EQ(label->textFormat(), Qt::PlainText) << label->objectName().toStdString();
   }
+  EXPECT_EQ(cameraRows()[1].first, "Garage  txt.exe");  // no override, no tab
   const QWidget* name = visible<QWidget>("cameraName").front();
   EXPECT_EQ(name->accessibleName().size(), maxShownTextLength);
   EXPECT_TRUE(name->accessibleName().startsWith("<img src=x>W"));
