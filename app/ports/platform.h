@@ -8,6 +8,7 @@
 #include "app/ports/app_activation.h"
 #include "app/ports/archive_tool.h"
 #include "app/ports/bundle_info.h"
+#include "app/ports/notifier.h"
 #include "app/ports/service_manager.h"
 #include "app/ports/status_item.h"
 #include "app/ports/system_log.h"
@@ -26,6 +27,7 @@ struct Platform {
   std::unique_ptr<Updater> updater;
   // Shared: a running archiving step keeps it alive on its worker thread.
   std::shared_ptr<ArchiveTool> archiveTool;
+  std::unique_ptr<Notifier> notifier;  // logs to statusItemLog
   // Creates the menu-bar item; called once, by installStatusItem.
   std::function<std::unique_ptr<StatusItem>()> makeStatusItem;
 };

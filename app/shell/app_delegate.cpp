@@ -15,6 +15,7 @@
 
 #include "app/shell/constants.h"
 #include "app/shell/process_runner.h"
+#include "app/status/notification_controller.h"
 #include "app/status/status_item_controller.h"
 #include "app/updates/update_coordinator.h"
 
@@ -103,6 +104,10 @@ AppDelegate::AppDelegate(Platform platform, std::ostream& standardError, Clock c
                                m_platform.updater.get(), m_platform.archiveTool,
                                m_platform.activation.get()},
       m_clock, [this] { return reliabilityDirectory(); }, [this] { return m_localBase; });
+  // Every finished attempt, certified or failed, is told to the user.
+  m_updates->onUpdateFinished = [this](const UpdateTransaction& transaction) {
+    notifyUpdateFinished(transaction);
+  };
 }
 
 AppDelegate::~AppDelegate() {

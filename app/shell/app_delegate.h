@@ -15,16 +15,20 @@
 #include <chrono>
 #include <QUrl>
 #include <filesystem>
+#include <functional>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "app/shell/clock.h"
+#include "core/updates/update_transaction.h"
 #include "app/ports/platform.h"
 
 namespace zev {
 
+class NotificationController;
 class StatusItemController;
 class UpdateCoordinator;
 }  // namespace zev
@@ -87,11 +91,23 @@ class AppDelegate : public QObject {
   // Builds the status item controller with the five actions and starts polling.
   void installStatusItem();
 
+  // Desktop notifications over the status item's polls, with the user's
+  // switch in the popover; a click opens the popover, or `openLogWindow` for
+  // a failure. Called by installStatusItem; needs the platform's notifier.
+  void installNotifications(std::function<void()> openLogWindow);
+
+  // Tells the user how an update attempt ended: "ZEV 1.5.0 certified: …" or
+  // "ZEV 1.5.0 update failed". For the certified-update flow, once its
+  // verification has saved the final state; unfinished attempts are ignored.
+  // One that ends before the status item is installed is shown once it is.
+  void notifyUpdateFinished(const UpdateTransaction& transaction);
+
   const QUrl& localBase() const { return m_localBase; }
   // For development and tests only: points the launcher at another daemon
   // (main.cpp reads it from ZEV_DAEMON_URL). Call before the launch sequence.
   void setLocalBaseForDevelopment(QUrl base) { m_localBase = std::move(base); }
   StatusItemController* statusController() const { return m_statusController.get(); }
+  NotificationController* notifications() const { return m_notifications.get(); }
   Platform& platform() { return m_platform; }
   // Preparation, verification, push watcher and the updater's delegate. Its
   // onUpdateFinished hook is called when a verification ends.
@@ -104,6 +120,8 @@ class AppDelegate : public QObject {
   QUrl m_localBase;
   std::unique_ptr<UpdateCoordinator> m_updates;
   std::unique_ptr<StatusItemController> m_statusController;
+  std::unique_ptr<NotificationController> m_notifications;
+  std::optional<UpdateTransaction> m_finishedUpdateToAnnounce;
   QPointer<QProcess> m_restart;  // the popover's restart, while it runs
 };
 

@@ -33,6 +33,8 @@ void AppDelegate::installStatusItem() {
     if (self) self->updates().checkForUpdates();
   };
 
+  std::function<void()> viewLogs = actions.onViewLogs;  // a failure's notification opens it too
+
   std::unique_ptr<StatusItem> item =
       m_platform.makeStatusItem ? m_platform.makeStatusItem() : nullptr;
   auto controller = std::make_unique<StatusItemController>(
@@ -40,6 +42,7 @@ void AppDelegate::installStatusItem() {
       m_platform.activation.get(), m_clock);
   controller->install();
   m_statusController = std::move(controller);
+  installNotifications(std::move(viewLogs));
 }
 
 }  // namespace zev

@@ -11,7 +11,6 @@
 #include <QMenu>
 #include <QPaintEvent>
 #include <QPainter>
-#include <QPainterPath>
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollArea>
@@ -20,10 +19,10 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
-#include <cmath>
 
 #include "app/status/health_figures.h"
 #include "app/status/health_state.h"
+#include "app/status/popover_icons.h"
 #include "app/status/status_colors.h"
 
 namespace zev {
@@ -87,80 +86,6 @@ QLabel* makeDot(const QColor& color, int diameter, const QString& objectName, QW
   label->setObjectName(objectName);
   label->setProperty("dotColor", color);
   return label;
-}
-
-// The small symbol beside the link line: a Wi-Fi fan for "wifi", a network
-// socket for everything else.
-QPixmap linkSymbol(const std::string& kind, const QColor& color, qreal dpr) {
-  constexpr int size = 12;
-  QPixmap pixmap(QSize(size, size) * dpr);
-  pixmap.setDevicePixelRatio(dpr);
-  pixmap.fill(Qt::transparent);
-  QPainter painter(&pixmap);
-  painter.setRenderHint(QPainter::Antialiasing);
-  if (kind == "wifi") {
-    QPen pen(color, 1.4, Qt::SolidLine, Qt::RoundCap);
-    painter.setPen(pen);
-    const QPointF apex(6, 10.5);
-    for (qreal radius : {3.5, 6.5, 9.5}) {
-      const QRectF box(apex.x() - radius, apex.y() - radius, 2 * radius, 2 * radius);
-      painter.drawArc(box, 50 * 16, 80 * 16);
-    }
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(color);
-    painter.drawEllipse(apex, 1.2, 1.2);
-  } else {
-    // An RJ45 socket seen from the front.
-    QPainterPath path;
-    path.moveTo(1.5, 3.5);
-    path.lineTo(10.5, 3.5);
-    path.lineTo(10.5, 9.5);
-    path.lineTo(8.0, 9.5);
-    path.lineTo(8.0, 11.0);
-    path.lineTo(4.0, 11.0);
-    path.lineTo(4.0, 9.5);
-    path.lineTo(1.5, 9.5);
-    path.closeSubpath();
-    painter.setPen(QPen(color, 1.2));
-    painter.setBrush(Qt::NoBrush);
-    painter.drawPath(path);
-    painter.setPen(QPen(color, 0.9));
-    for (qreal x : {3.5, 5.0, 6.5, 8.0}) painter.drawLine(QPointF(x, 5.0), QPointF(x, 6.8));
-  }
-  return pixmap;
-}
-
-// Two arrows chasing each other round a circle, for "check for updates", when
-// the icon theme has no refresh icon of its own.
-QIcon drawnRefreshIcon(const QColor& color) {
-  QIcon icon;
-  for (int size : {16, 32}) {
-    QPixmap pixmap(size, size);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.scale(size / 16.0, size / 16.0);
-    painter.setPen(QPen(color, 1.5, Qt::SolidLine, Qt::RoundCap));
-    const QRectF circle(3, 3, 10, 10);
-    painter.drawArc(circle, 20 * 16, 140 * 16);
-    painter.drawArc(circle, 200 * 16, 140 * 16);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(color);
-    auto arrowHead = [&](qreal angleDeg) {
-      const qreal a = angleDeg * M_PI / 180.0;
-      const QPointF tip(8 + 5 * std::cos(a), 8 - 5 * std::sin(a));
-      // Tangent direction, counter-clockwise.
-      const QPointF t(-std::sin(a), -std::cos(a));
-      const QPointF n(std::cos(a), -std::sin(a));
-      QPolygonF head;
-      head << tip + t * 2.6 << tip + n * 2.2 << tip - n * 2.2;
-      painter.drawPolygon(head);
-    };
-    arrowHead(160);
-    arrowHead(340);
-    icon.addPixmap(pixmap);
-  }
-  return icon;
 }
 
 // A single-line label that elides on the right instead of growing or
@@ -453,7 +378,10 @@ void PopoverView::refreshSummary(const HealthSummary& summary) {
   if (const auto& route = summary.defaultRoute) {
     const QColor color = route->isWarning() ? systemOrange() : secondaryTextColor(palette());
     m_linkSymbol->setProperty("kind", shownText(route->kind));
-    m_linkSymbol->setPixmap(linkSymbol(route->kind, color, devicePixelRatioF()));
+    // The symbol takes the link's colour only as a warning; otherwise the theme's.
+    m_linkSymbol->setPixmap(linkSymbolPixmap(route->kind, palette(), 12, devicePixelRatioF(),
+                                             route->isWarning() ? std::optional(color)
+                                                                : std::nullopt));
     m_linkText->setText("Link: " + linkText(*route));
     m_linkText->setProperty("warning", route->isWarning());
     setTextColor(m_linkText, color);
@@ -544,9 +472,7 @@ QWidget* PopoverView::buildActions() {
 
   auto* updates = new QToolButton(actions);
   updates->setObjectName("checkUpdatesButton");
-  QIcon icon = QIcon::fromTheme(QStringLiteral("view-refresh"));
-  if (icon.isNull()) icon = drawnRefreshIcon(palette().color(QPalette::ButtonText));
-  updates->setIcon(icon);
+  updates->setIcon(popoverIcon(PopoverIcon::refresh, palette()));
   updates->setIconSize(QSize(16, 16));
   updates->setAutoRaise(true);
   updates->setToolTip(QStringLiteral("Check for Updates"));
@@ -588,6 +514,23 @@ void PopoverView::paintEvent(QPaintEvent* event) {
 void PopoverView::hideEvent(QHideEvent* event) {
   QWidget::hideEvent(event);
   emit closed();
+}
+
+void PopoverView::setNotificationsToggle(bool checked, std::function<void(bool)> onToggled) {
+  auto* menu = findChild<QMenu*>(QStringLiteral("logsMenu"));
+  if (!menu) return;
+  auto* toggle = menu->findChild<QAction*>(QStringLiteral("notificationsAction"));
+  if (!toggle) {
+    menu->addSeparator();
+    toggle = menu->addAction(QStringLiteral("Desktop Notifications"));
+    toggle->setObjectName(QStringLiteral("notificationsAction"));
+    toggle->setCheckable(true);
+  }
+  toggle->disconnect(this);
+  toggle->setChecked(checked);
+  connect(toggle, &QAction::toggled, this, [onToggled = std::move(onToggled)](bool on) {
+    if (onToggled) onToggled(on);
+  });
 }
 
 QPoint popoverPosition(QSize size, std::optional<QRect> anchor, QPoint cursor, QRect screen) {

@@ -63,6 +63,10 @@ class PopoverView : public QWidget {
   // What the popover says when the daemon does not answer.
   static QString unreachableText();
 
+  // Adds (or updates) the checkable "Desktop Notifications" item at the end
+  // of the Logs menu; `onToggled` gets the new state when the user flips it.
+  void setNotificationsToggle(bool checked, std::function<void(bool)> onToggled);
+
  signals:
   // Emitted whenever the popover is hidden, by the user clicking outside or
   // by close().

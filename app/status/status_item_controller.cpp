@@ -185,12 +185,23 @@ void StatusItemController::applyReply(QNetworkReply* reply) {
   std::optional<HealthSummary> summary;
   const bool tooLarge = reply->property(kTooLargeProperty).toBool();
   const QVariant code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-  if (!tooLarge && reply->error() == QNetworkReply::NoError && code.isValid() &&
-      code.toInt() == 200) {
+  // Why there is no summary is kept for the notifications, which name it.
+  m_lastHttpStatus = code.isValid() ? code.toInt() : 0;
+  if (tooLarge) {
+    m_lastFailure = PollFailure::undecodable;  // a body no reader should take
+  } else if (reply->error() == QNetworkReply::NoError && code.isValid() && code.toInt() == 200) {
     const QByteArray body = reply->readAll();
     if (!body.isEmpty() && body.size() <= maxResponseBytes) {
       summary = decodeHealth(std::string_view(body.constData(), body.size()));
     }
+    m_lastFailure = summary ? PollFailure::none : PollFailure::undecodable;
+  } else if (code.isValid()) {
+    m_lastFailure = PollFailure::httpStatus;
+  } else if (reply->error() == QNetworkReply::OperationCanceledError ||
+             reply->error() == QNetworkReply::TimeoutError) {
+    m_lastFailure = PollFailure::timedOut;  // the deadline or the transfer time-out
+  } else {
+    m_lastFailure = PollFailure::unreachable;
   }
   if (tooLarge) {
     if (!m_toldTooLarge) {
@@ -238,6 +249,11 @@ QImage StatusItemController::dotImage(HealthStatus status, qreal scale) {
   }
   image.setDevicePixelRatio(side / 10.0);
   return image;
+}
+
+PollObservation StatusItemController::lastPollObservation() const {
+  const std::optional<HealthSummary>& summary = m_state->summary();
+  return {m_state->status(), summary ? &*summary : nullptr, m_lastFailure, m_lastHttpStatus};
 }
 
 bool StatusItemController::isPopoverShown() const { return m_popover && m_popover->isVisible(); }

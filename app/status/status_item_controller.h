@@ -24,6 +24,7 @@
 #include "app/status/health_state.h"
 #include "core/health/health_status.h"
 #include "core/health/health_summary.h"
+#include "core/health/notification_rules.h"
 
 class QNetworkAccessManager;
 class QNetworkReply;
@@ -94,6 +95,9 @@ class StatusItemController : public QObject {
   PopoverView* popover() { return &ensurePopover(); }
   bool isPopoverShown() const;
   QUrl healthURL() const;
+  // The last applied poll as the notification rules read it; its summary
+  // points into state() and is valid until the next poll is applied.
+  PollObservation lastPollObservation() const;
 
   // Test seams.
   void setPollIntervalForTesting(std::chrono::milliseconds interval);
@@ -128,6 +132,8 @@ class StatusItemController : public QObject {
   QElapsedTimer m_sincePopoverClosed;
   int m_pollsStarted = 0;
   bool m_toldTooLarge = false;  // the size cap's log line was written
+  PollFailure m_lastFailure = PollFailure::unreachable;
+  int m_lastHttpStatus = 0;
 };
 
 }  // namespace zev

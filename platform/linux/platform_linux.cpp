@@ -36,6 +36,7 @@ Platform makePlatform() {
   platform.activation = std::make_unique<LinuxAppActivation>();
   // Until Linux has an updater of its own: no feed, and checks find nothing.
   platform.updater = std::make_unique<NoFeedUpdater>();
+  platform.notifier = makePlatformNotifier(*platform.statusItemLog);
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;
 }

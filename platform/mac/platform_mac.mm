@@ -24,6 +24,7 @@ Platform makePlatform() {
   platform.activation = makeMacAppActivation();
   platform.updater = makeMacUpdater();
   platform.archiveTool = makeMacArchiveTool();
+  platform.notifier = makePlatformNotifier(*platform.statusItemLog);
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;
 }

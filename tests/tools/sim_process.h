@@ -27,8 +27,6 @@
 #error "ZEVD_SIM_PATH must name the zevd-sim executable"
 #endif
 
-extern char** environ;
-
 namespace zev::testing {
 
 using namespace std::chrono_literals;
@@ -46,19 +44,13 @@ class SimProcess {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) return;
 
-    // Everything the child needs is built before fork: only exec-safe calls after it.
-    std::vector<std::string> argStore = {ZEVD_SIM_PATH};
+    // Everything the child needs is built before fork: only exec-safe calls
+    // after it. env(1) sets HOME and execs the simulator in the same process.
+    std::vector<std::string> argStore = {"/usr/bin/env", "HOME=" + home.string(), ZEVD_SIM_PATH};
     argStore.insert(argStore.end(), args.begin(), args.end());
     std::vector<char*> argv;
     for (std::string& arg : argStore) argv.push_back(arg.data());
     argv.push_back(nullptr);
-    std::vector<std::string> envStore = {"HOME=" + home.string()};
-    for (char** each = environ; *each; ++each) {
-      if (std::strncmp(*each, "HOME=", 5) != 0) envStore.emplace_back(*each);
-    }
-    std::vector<char*> envp;
-    for (std::string& entry : envStore) envp.push_back(entry.data());
-    envp.push_back(nullptr);
     const pid_t parent = ::getpid();
 
     m_pid = ::fork();
@@ -67,7 +59,7 @@ class SimProcess {
       if (::getppid() != parent) ::_exit(127);
       ::dup2(fds[1], STDOUT_FILENO);
       ::dup2(fds[1], STDERR_FILENO);
-      ::execve(argv[0], argv.data(), envp.data());
+      ::execv(argv[0], argv.data());
       ::_exit(127);
     }
     ::close(fds[1]);

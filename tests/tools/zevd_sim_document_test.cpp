@@ -3,6 +3,7 @@
 // or the demo and the end-to-end tests flicker for no reason.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -58,9 +59,11 @@ TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInsta
         EXPECT_TRUE(summary->defaultRoute && summary->defaultRoute->isWarning());
       }
 
-      int64_t live = 0, total = 0;
+      int64_t live = 0, total = 0, newestLive = INT64_MAX, newestAny = INT64_MAX;
       for (const HealthCamera& camera : summary->cameras) {
         ASSERT_TRUE(camera.streams.has_value());
+        newestAny = std::min(newestAny, camera.frameAgeMS);
+        if (camera.live) newestLive = std::min(newestLive, camera.frameAgeMS);
         bool anyLive = false;
         for (const HealthStream& stream : *camera.streams) {
           if (!stream.enabled) continue;
@@ -82,6 +85,11 @@ TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInsta
       ASSERT_EQ(summary->totalStreams, total);
       if (summary->worstFrameAgeMS) {
         EXPECT_GE(*summary->worstFrameAgeMS, summary->newestFrameAgeMS);
+      }
+      EXPECT_EQ(summary->ok, summary->liveCameras() > 0 || summary->cameras.empty());
+      // The newest frame is the youngest live camera's; with none live, any camera's.
+      if (!summary->cameras.empty()) {
+        EXPECT_EQ(summary->newestFrameAgeMS, newestLive != INT64_MAX ? newestLive : newestAny);
       }
     }
   }

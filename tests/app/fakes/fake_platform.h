@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "app/fakes/fake_notifier.h"
 #include "app/fakes/fake_service_manager.h"
 #include "app/fakes/fake_system_log.h"
 #include "app/fakes/fake_updater.h"
@@ -70,6 +71,7 @@ struct FakePlatform {
     activation = install<FakeAppActivation>(m_platform.activation);
     updater = install<FakeUpdater>(m_platform.updater);
     archiveTool = install<FakeArchiveTool>(m_platform.archiveTool);
+    notifier = install<FakeNotifier>(m_platform.notifier);
     m_platform.makeStatusItem = [this]() -> std::unique_ptr<StatusItem> {
       ++statusItemsMade;
       return statusItemFactory ? statusItemFactory() : nullptr;
@@ -90,6 +92,7 @@ struct FakePlatform {
   FakeAppActivation* activation;
   FakeUpdater* updater;
   FakeArchiveTool* archiveTool;
+  FakeNotifier* notifier;
   int statusItemsMade = 0;
   std::function<std::unique_ptr<StatusItem>()> statusItemFactory;
 

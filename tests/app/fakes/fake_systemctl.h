@@ -1,13 +1,19 @@
 // A fake `systemctl` put first on PATH for the life of the object. It appends
 // each call's arguments, space-separated, as one line to a journal, and
-// answers each subcommand (is-enabled, link, enable, restart, …) as told:
+// answers each subcommand as told:
 //
 //   FakeSystemctl systemctl;
-//   systemctl.answer("enable", 1, "Failed to enable unit: already enabled");
+//   systemctl.answer("link", 1, "Failed to link unit: Read-only file system\n");
 //   … exercise the adapter …
 //   EXPECT_THAT(systemctl.calls(), ElementsAre("--user is-enabled com.zev.zevd.service", …));
 //
-// Unanswered subcommands print nothing and exit 0.
+// Subcommands not answered behave as systemd 252's do on a user unit's files:
+// is-enabled fails with "Failed to get unit file state for U: No such file or
+// directory" until `link` (then "linked", exit 1) and `enable` ("enabled",
+// exit 0); enable fails for a unit never linked nor written into the user's
+// unit directory (a `daemon-reload` stands for the manager having read one
+// written there); disable forgets the unit; link, enable, disable,
+// daemon-reload and everything else say nothing and exit 0.
 #ifndef ZEV_TESTS_APP_FAKES_FAKE_SYSTEMCTL_H_
 #define ZEV_TESTS_APP_FAKES_FAKE_SYSTEMCTL_H_
 
@@ -18,7 +24,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,29 +34,35 @@ namespace zev::testing {
 class FakeSystemctl {
  public:
   FakeSystemctl() {
-    m_bin = m_dir.path().toStdString() + "/bin";
-    std::filesystem::create_directories(m_bin);
-    const std::filesystem::path script = m_bin / "systemctl";
-    std::ofstream(script) << "#!/bin/sh\n"
-                             "dir='"
-                          << m_dir.path().toStdString()
-                          << "'\n"
-                             "echo \"$*\" >> \"$dir/calls\"\n"
-                             "sub=\"$2\"\n"
-                             "[ -f \"$dir/$sub.sleep\" ] && sleep \"$(cat \"$dir/$sub.sleep\")\"\n"
-                             "[ -f \"$dir/$sub.out\" ] && cat \"$dir/$sub.out\"\n"
-                             "[ -f \"$dir/$sub.exit\" ] && exit \"$(cat \"$dir/$sub.exit\")\"\n"
-                             "exit 0\n";
-    ::chmod(script.c_str(), 0755);
+    const std::filesystem::path bin = file("bin");
+    std::filesystem::create_directories(bin);
+    std::ofstream(bin / "systemctl")
+        << "#!/bin/sh\ndir='" << m_dir.path().toStdString() << "'\n"
+        << R"sh(echo "$*" >> "$dir/calls"
+sub="$2" unit="${3##*/}"
+[ -f "$dir/$sub.sleep" ] && sleep "$(cat "$dir/$sub.sleep")"
+[ -f "$dir/$sub.exit" ] && { cat "$dir/$sub.out"; exit "$(cat "$dir/$sub.exit")"; }
+state="$dir/$unit.state"
+case "$sub" in
+  is-enabled) [ -f "$state" ] || { echo "Failed to get unit file state for $unit: No such file or directory" >&2; exit 1; }
+              cat "$state"; grep -qx enabled "$state"; exit ;;
+  link) [ -f "$state" ] || echo linked > "$state" ;;
+  daemon-reload) touch "$dir/reloaded" ;;
+  enable) [ -f "$state" ] || [ -f "$dir/reloaded" ] || { echo "Failed to enable unit: Unit file $unit does not exist." >&2; exit 1; }
+          echo enabled > "$state" ;;
+  disable) rm -f "$state" ;;
+esac
+exit 0
+)sh";
+    ::chmod((bin / "systemctl").c_str(), 0755);
     const char* path = std::getenv("PATH");
-    m_path =
-        std::make_unique<ScopedEnv>("PATH", m_bin.string() + ":" + (path ? path : "/usr/bin:/bin"));
+    m_path = std::make_unique<ScopedEnv>("PATH", bin.string() + ":" + (path ? path : "/usr/bin:/bin"));
   }
 
   // `subcommand` prints `output` and exits with `exitStatus`.
   void answer(const std::string& subcommand, int exitStatus, const std::string& output = {}) {
-    std::ofstream(file(subcommand + ".exit")) << exitStatus;
     std::ofstream(file(subcommand + ".out")) << output;
+    std::ofstream(file(subcommand + ".exit")) << exitStatus;
   }
   // `subcommand` sleeps this long before answering.
   void delay(const std::string& subcommand, int seconds) {
@@ -71,7 +82,6 @@ class FakeSystemctl {
   }
 
   QTemporaryDir m_dir;
-  std::filesystem::path m_bin;
   std::unique_ptr<ScopedEnv> m_path;
 };
 

@@ -263,13 +263,18 @@ class InstallStatusItemTest : public AppDelegateTest {
   std::shared_ptr<StatusItemRecord> item = std::make_shared<StatusItemRecord>();
 };
 
-TEST_F(InstallStatusItemTest, InstallsOneControllerPollingTheLocalBase) {
+TEST_F(InstallStatusItemTest, InstallsOneControllerPollingTheLocalBase_ReplacedWhenInstalledAgain) {
   ASSERT_NE(delegate->statusController(), nullptr);
   EXPECT_EQ(fakes.statusItemsMade, 1);
   EXPECT_EQ(controller().healthURL().toString(), "http://127.0.0.1:8085/api/health");
   EXPECT_THAT(fakes.statusItemLog->messages(),
               ElementsAre("status item installed; polling http://127.0.0.1:8085"));
   EXPECT_EQ(item->toolTip, "ZEV daemon unreachable");
+
+  QPointer<StatusItemController> first = delegate->statusController();
+  delegate->installStatusItem();  // installing again replaces the controller
+  EXPECT_TRUE(first.isNull());
+  EXPECT_EQ(fakes.statusItemsMade, 2);
 }
 
 TEST_F(InstallStatusItemTest, EachActionReachesItsPort) {
@@ -323,13 +328,6 @@ TEST_F(InstallStatusItemTest, OwnerGoneWhileTheAlertIsUpRestartsNothing) {
   controller().confirmRestart();
   EXPECT_EQ(delegate, nullptr);
   EXPECT_FALSE(std::filesystem::exists(marker));
-}
-
-TEST_F(InstallStatusItemTest, InstallingAgainReplacesTheController) {
-  QPointer<StatusItemController> first = delegate->statusController();
-  delegate->installStatusItem();
-  EXPECT_TRUE(first.isNull());
-  EXPECT_EQ(fakes.statusItemsMade, 2);
 }
 
 }  // namespace

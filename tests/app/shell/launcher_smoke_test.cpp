@@ -36,8 +36,6 @@ TEST(Launcher, RegistersAndRestartsTheDaemonFromItsBundle_ThenKeepsRunning) {
 
   QTemporaryDir home;
   testing::FakeSystemctl systemctl;
-  systemctl.answer("is-enabled", 1, "disabled\n");
-  systemctl.answer("restart", 0, "restarted by the fake\n");
 
   QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
   environment.insert(QStringLiteral("HOME"), home.path());

@@ -4,7 +4,6 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
-#include <random>
 #include <string>
 
 namespace zev::detail {
@@ -18,14 +17,14 @@ TEST(UnicodeWhitespace, MatchesICUWhiteSpaceForEveryCodePoint) {
 }
 
 // ICU's converter substitutes one U+FFFD per maximal subpart too; it is the
-// reference for the repair of random and cut input.
+// reference here and, on arbitrary input, in log_tail_loader_fuzzer.
 std::string repairedByICU(const std::string& bytes) {
   std::string out;
   icu::UnicodeString::fromUTF8(bytes).toUTF8String(out);
   return out;
 }
 
-TEST(Utf8Repair, AgreesWithICUOnRandomAndCutInput) {
+TEST(Utf8Repair, AgreesWithICUOnCutAndInvalidInput) {
   const std::string samples[] = {
       "plain",         "caf\xC3\xA9",   "\xC3",          "\xE2\x80",   "\xE2\x80\x94\xE2",
       "\xF0\x9F\x93\xB7", "\xF0\x9F\x93", "\xED\xA0\x80", "\xC0\xAF",  "\xF4\x90\x80\x80",
@@ -36,20 +35,10 @@ TEST(Utf8Repair, AgreesWithICUOnRandomAndCutInput) {
     std::string ours;
     appendReplacingInvalidUTF8(s, ours);
     EXPECT_EQ(ours, repairedByICU(s));
+    EXPECT_EQ(isValidUTF8(s), ours == s);
   }
   EXPECT_TRUE(isValidUTF8("0123456789abcdef caf\xC3\xA9 \xF0\x9F\x93\xB7"));
   EXPECT_FALSE(isValidUTF8("0123456789abcdef caf\xC3"));
-  std::mt19937 random(7);
-  const unsigned char alphabet[] = {'a', '\n', 0x80, 0x9F, 0xA0, 0xBF, 0xC2, 0xDF,
-                                    0xE0, 0xED, 0xEF, 0xF0, 0xF4, 0xF5, 0xFF};
-  for (int round = 0; round < 20000; ++round) {
-    std::string s(random() % 20, '\0');
-    for (char& c : s) c = static_cast<char>(alphabet[random() % sizeof alphabet]);
-    std::string ours;
-    appendReplacingInvalidUTF8(s, ours);
-    ASSERT_EQ(ours, repairedByICU(s)) << testing::PrintToString(s);
-    ASSERT_EQ(isValidUTF8(s), ours == s) << testing::PrintToString(s);
-  }
 }
 
 TEST(Utf8Decode, BackwardsFindsTheSameUnitsAsForwards) {

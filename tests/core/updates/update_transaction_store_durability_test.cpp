@@ -1,20 +1,13 @@
 // The store must never lose or mangle the record of an update: whichever
-// system call of a save fails, and whenever the writing process dies, the
-// active file afterwards holds the previous record or the new one.
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
+// system call of a save fails, the active file afterwards holds the previous
+// record or the new one. A process killed mid-save stops at one of the same
+// points, with the kernel keeping what was written, so the failures cover it.
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <cstdlib>
 #include <fstream>
-#include <optional>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -193,105 +186,6 @@ TEST(UpdateTransactionStoreDurability, AFaultInAnyCallLeavesOldOrNewRecordNeverA
       EXPECT_EQ(all.size(), historyWritten ? 2u : 1u);
     }
   }
-}
-
-// The writer process saves records 0, 1, 2, ... until it is killed. Each
-// record's size varies with its number, so a torn write cannot go unnoticed.
-UpdateTransaction numbered(int64_t n) {
-  static const std::vector<Uuid> ids = [] {
-    std::vector<Uuid> v;
-    for (int i = 0; i < 5; ++i) v.push_back(Uuid::random());
-    return v;
-  }();
-  UpdateTransaction t = record(std::to_string(n), ids[static_cast<size_t>(n) % ids.size()]);
-  t.setFailureReason(std::string(static_cast<size_t>(n * 7919 % 6000), 'r'));
-  return t;
-}
-
-int64_t numberOf(const UpdateTransaction& t) { return std::stoll(t.targetVersion()); }
-
-TEST(UpdateTransactionStoreDurability, KillingTheWriterAtRandomMomentsNeverCorruptsARecord) {
-  const int rounds =
-      std::getenv("ZEV_CRASH_ROUNDS") ? std::atoi(std::getenv("ZEV_CRASH_ROUNDS")) : 100;
-  testing::ScratchDirectory scratch;
-  UpdateTransactionStore store(scratch.path());
-  store.setFileSystemCallsForTesting(withoutFlush());
-  numbered(0);  // fix the ids before forking
-  store.save(numbered(0));
-
-  // Saves completed by the current writer, shared across fork.
-  auto* completed = static_cast<std::atomic<int64_t>*>(mmap(nullptr, sizeof(std::atomic<int64_t>),
-                                                            PROT_READ | PROT_WRITE,
-                                                            MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(completed, MAP_FAILED);
-
-  std::mt19937 random(20261121);
-  std::uniform_int_distribution<int> delayUS(0, 1000);
-  std::uniform_int_distribution<int64_t> saves(2, 6);
-  int64_t lastActive = 0;
-  int64_t next = 1;
-  int64_t totalSaves = 0;
-  int killedMidSave = 0;
-  for (int round = 0; round < rounds && !HasFailure(); ++round) {
-    completed->store(0);
-    const int64_t first = next;
-    const pid_t writer = fork();
-    ASSERT_GE(writer, 0);
-    if (writer == 0) {
-      for (int64_t n = first;; ++n) {
-        try {
-          store.save(numbered(n));
-        } catch (...) {
-          _exit(3);  // the parent reports the exit status
-        }
-        completed->fetch_add(1);
-      }
-    }
-    // Let the writer complete a few saves (a fresh process is slow to start
-    // under the sanitizers), then kill it at a random moment of the next ones.
-    const int64_t warmUp = saves(random);
-    const auto start = std::chrono::steady_clock::now();
-    while (completed->load() < warmUp &&
-           std::chrono::steady_clock::now() - start < std::chrono::seconds(10)) {
-      usleep(20);
-    }
-    usleep(static_cast<useconds_t>(delayUS(random)));
-    kill(writer, SIGKILL);
-    int status = 0;
-    ASSERT_EQ(waitpid(writer, &status, 0), writer);
-    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "writer failed: " << status;
-
-    const int64_t done = completed->load();
-    totalSaves += done;
-    // The active file holds the last completed save or the one under way.
-    std::optional<UpdateTransaction> active;
-    ASSERT_NO_THROW(active = store.loadActive()) << "round " << round << ": active file corrupt";
-    ASSERT_TRUE(active.has_value());
-    const int64_t n = numberOf(*active);
-    EXPECT_EQ(*active, numbered(n));
-    const int64_t lastDone = done > 0 ? first + done - 1 : lastActive;
-    EXPECT_TRUE(n == lastDone || n == first + done) << "active " << n << ", completed " << done;
-    if (n == first + done) ++killedMidSave;
-
-    // Every history file is whole; stray temporary files are not records.
-    int jsonFiles = 0;
-    for (const auto& entry : fs::directory_iterator(store.transactionsDirectory())) {
-      if (entry.path().extension() != ".json") continue;
-      ++jsonFiles;
-      std::optional<UpdateTransaction> h;
-      ASSERT_NO_THROW(h = decodeUpdateTransaction(readFile(entry.path())))
-          << "round " << round << ": history file corrupt: " << entry.path();
-      EXPECT_EQ(*h, numbered(numberOf(*h)));
-    }
-    EXPECT_EQ(static_cast<int>(store.loadAll().size()), jsonFiles);
-    lastActive = n;
-    next = first + done + 1;
-  }
-  munmap(completed, sizeof(std::atomic<int64_t>));
-  std::printf(
-      "crash test: %d writers killed, %lld saves completed, %d kills between an active "
-      "file's rename and the end of its save\n",
-      rounds, static_cast<long long>(totalSaves), killedMidSave);
 }
 
 }  // namespace

@@ -177,6 +177,17 @@ TEST_F(LinuxServiceManagerTest, AutostartSwitchedOffByTheUserStaysOff) {
   }
 }
 
+TEST_F(LinuxServiceManagerTest, AgentRegisterFailureSaysWhichCommandFailedAndWhy) {
+  testing::FakeSystemctl systemctl;
+  systemctl.answer("daemon-reload", 1, "Failed to reload daemon: Access denied\n");
+  const auto error = manager().agentService("com.zev.zevd.plist")->registerService();
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->localizedDescription,
+            "systemctl --user daemon-reload exited 1: Failed to reload daemon: Access denied");
+  EXPECT_EQ(error->fullDescription,
+            "Error Domain=systemd Code=1 \"" + error->localizedDescription + "\"");
+}
+
 TEST_F(LinuxServiceManagerTest, AgentRegisterFailsWithoutSystemctl_OrWhenItHangs) {
   {
     QTemporaryDir emptyBin;
