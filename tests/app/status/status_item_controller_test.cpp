@@ -182,10 +182,11 @@ TEST_F(StatusItemControllerTest, OverlappingPollsApplyInArrivalOrder) {
 }
 
 TEST_F(StatusItemControllerTest, DestroyedWithRequestInFlightDoesNothingMore) {
-  HealthServer daemon([](int) { return HealthServer::Response{200, kHealthy, 200ms}; });
+  HealthServer daemon([](int) { return HealthServer::Response{200, kHealthy, 1000ms}; });
   // Destroyed from a deferred delete while the popover is open and its poll
   // in flight: the popover goes with it and the late answer paints nothing.
   auto second = makeController(daemon.baseURL());
+  second->setRequestTimeoutForTesting(3s);
   second->install();
   second->togglePopover();
   const QPointer<StatusItemController> gone(second.get());
@@ -193,7 +194,7 @@ TEST_F(StatusItemControllerTest, DestroyedWithRequestInFlightDoesNothingMore) {
   ASSERT_TRUE(popover && popover->isVisible());
   const std::size_t imagesBefore = item->images.size();
   second.release()->deleteLater();
-  QTest::qWait(400);
+  QTest::qWait(1500);  // the answers arrive, or would have
   EXPECT_TRUE(gone.isNull());
   EXPECT_TRUE(popover.isNull());
   EXPECT_EQ(item->images.size(), imagesBefore);
