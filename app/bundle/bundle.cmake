@@ -118,3 +118,14 @@ if(TARGET app_launcher_smoke_test AND TARGET ZEVLauncher)
   target_compile_definitions(app_launcher_smoke_test PRIVATE ZEV_BUNDLE="${ZEV_BUNDLE}")
   add_dependencies(app_launcher_smoke_test ZEVLauncher)
 endif()
+
+# Certified updates end to end: releases made from this bundle with
+# tools/release, served on loopback, installed, certified and failed
+# (tests/e2e/update_e2e.sh). Writes build/<preset>/artifacts/update-e2e/.
+if(ZEV_BUILD_TESTS AND ZEV_SIGN_MANIFEST AND TARGET ZEVLauncher AND TARGET zevd-sim)
+  add_test(NAME Update.EndToEnd
+           COMMAND ${PROJECT_SOURCE_DIR}/tests/e2e/update_e2e.sh ${ZEV_BUNDLE}
+                   $<TARGET_FILE:zev-sign> ${CMAKE_BINARY_DIR}/artifacts/update-e2e)
+  set_tests_properties(Update.EndToEnd PROPERTIES LABELS update-e2e SKIP_RETURN_CODE 77
+                       TIMEOUT 600)
+endif()

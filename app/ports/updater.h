@@ -44,6 +44,9 @@ struct UpdateCheckFeedback {
   // the offer; the updater then downloads and comes back through
   // willInstallUpdateOnQuit. Empty when the updater shows its own offer.
   std::function<void()> install;
+  // updateAvailable: what is new, as plain text from the feed (untrusted;
+  // never rendered as markup), or empty.
+  std::string releaseNotes;
 };
 
 // The application's side of the updater. Must outlive the Updater's use of it.

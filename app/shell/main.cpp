@@ -9,6 +9,7 @@
 
 #include "app/shell/app_delegate.h"
 #include "app/ports/platform.h"
+#include "app/updates/update_coordinator.h"
 
 int main(int argc, char** argv) {
   QApplication app(argc, argv);
@@ -24,6 +25,11 @@ int main(int argc, char** argv) {
   // the end-to-end check run zevd-sim on a port of their own).
   if (const QString url = qEnvironmentVariable("ZEV_DAEMON_URL"); !url.isEmpty()) {
     delegate.setLocalBaseForDevelopment(QUrl(url));
+  }
+  // Development and tests: a sentinel of their own instead of the shared
+  // /tmp/com.zev.zevd.update-trigger, which other sessions may touch.
+  if (const QString sentinel = qEnvironmentVariable("ZEV_UPDATE_SENTINEL"); !sentinel.isEmpty()) {
+    delegate.updates().setSentinelPathForTesting(sentinel.toStdString());
   }
   delegate.platform().activation->becomeAccessory();
 

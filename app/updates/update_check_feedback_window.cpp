@@ -1,5 +1,6 @@
 #include "app/updates/update_check_feedback_window.h"
 
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -48,13 +49,23 @@ void UpdateCheckFeedbackWindow::show(const UpdateCheckFeedback& feedback) {
   QMessageBox& box = *m_box;
   box.setText(text(feedback));
   // Buttons of an earlier step go; the offer gets Install and Later.
-  for (QAbstractButton* button : box.buttons()) box.removeButton(button);
+  // removeButton hands the button back to us; it may be the one being
+  // clicked right now, so it goes once control is back in the event loop.
+  for (QAbstractButton* button : box.buttons()) {
+    box.removeButton(button);
+    button->deleteLater();
+  }
   using Kind = UpdateCheckFeedback::Kind;
   box.setIcon(feedback.kind == Kind::error ? QMessageBox::Warning : QMessageBox::Information);
   if (feedback.kind == Kind::updateAvailable && feedback.install) {
-    box.setInformativeText(
+    QString informative =
         QStringLiteral("It is installed only after the launcher has archived this version; "
-                       "the new version is then checked against the daemon's health."));
+                       "the new version is then checked against the daemon's health.");
+    if (!feedback.releaseNotes.empty()) {
+      informative += QStringLiteral("\n\nWhat's new:\n") +
+                     QString::fromStdString(feedback.releaseNotes).left(2000);
+    }
+    box.setInformativeText(informative);
     QPushButton* install = box.addButton(QStringLiteral("Install"), QMessageBox::AcceptRole);
     box.addButton(QStringLiteral("Later"), QMessageBox::RejectRole);
     QObject::connect(install, &QPushButton::clicked, install,
@@ -62,6 +73,11 @@ void UpdateCheckFeedbackWindow::show(const UpdateCheckFeedback& feedback) {
   } else {
     box.setInformativeText(QString());
     box.addButton(feedback.kind == Kind::checking ? QMessageBox::Close : QMessageBox::Ok);
+  }
+  // The informative text holds release notes from the feed: never let the
+  // label guess that they are markup.
+  if (auto* label = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
+    label->setTextFormat(Qt::PlainText);
   }
   box.show();
   box.raise();

@@ -10,11 +10,21 @@
 #include "platform/linux/archive_tool_linux.h"
 #include "platform/linux/bundle_info_linux.h"
 #include "platform/linux/bundle_manifest.h"
-#include "platform/linux/no_feed_updater_linux.h"
 #include "platform/linux/service_manager_linux.h"
+#include "platform/linux/updater_linux.h"
 #include "platform/linux/workspace_linux.h"
 
 namespace zev {
+namespace {
+
+// $XDG_CACHE_HOME when it is an absolute path, else ~/.cache.
+std::filesystem::path xdgCacheHome(const std::filesystem::path& home) {
+  const QString cache = qEnvironmentVariable("XDG_CACHE_HOME");
+  if (!cache.isEmpty() && cache.startsWith(u'/')) return cache.toStdString();
+  return home / ".cache";
+}
+
+}  // namespace
 
 Platform makePlatform() {
   const std::filesystem::path executable = QCoreApplication::applicationFilePath().toStdString();
@@ -34,8 +44,8 @@ Platform makePlatform() {
   platform.bundleInfo = std::move(bundleInfo);
   platform.workspace = std::make_unique<LinuxWorkspace>();
   platform.activation = std::make_unique<LinuxAppActivation>();
-  // Until Linux has an updater of its own: no feed, and checks find nothing.
-  platform.updater = std::make_unique<NoFeedUpdater>();
+  platform.updater = std::make_unique<LinuxUpdater>(*platform.bundleInfo, *platform.launcherLog,
+                                                    xdgCacheHome(home) / "com.zev.launcher" / "updates");
   platform.notifier = makePlatformNotifier(*platform.statusItemLog);
   platform.makeStatusItem = [] { return makePlatformStatusItem(); };
   return platform;

@@ -6,11 +6,13 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <iostream>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "bundle_settings.h"
 #include "health_document.h"
 #include "log_generator.h"
 #include "options.h"
@@ -54,6 +56,14 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (options.generateLogPath) return generateLogAndExit(options);
+
+  // As a bundle's daemon, report the bundle's version (see bundle_settings.h).
+  std::error_code ignored;
+  const BundleSettings bundle = readBundleSettings(std::filesystem::read_symlink("/proc/self/exe", ignored));
+  if (!options.versionGiven && bundle.version) options.version = *bundle.version;
+  if (!options.scenarioGiven && bundle.scenario) {
+    if (const auto scenario = scenarioFromName(*bundle.scenario)) options.scenario = *scenario;
+  }
 
   SimState state;
   state.scenario = options.scenario;

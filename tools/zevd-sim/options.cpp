@@ -90,11 +90,14 @@ SimOptions parseOptions(std::span<const std::string_view> args) {
         throw UsageError("unknown scenario '" + std::string(name) + "' (see --help)");
       }
       options.scenario = *scenario;
+      options.scenarioGiven = true;
       scenarioGiven = true;
     } else if (arg == "--scenario-file") {
       options.scenarioFile = std::filesystem::path(value());
+      options.scenarioGiven = true;
     } else if (arg == "--daemon-version") {
       options.version = std::string(value());
+      options.versionGiven = true;
       if (options.version.empty()) throw UsageError("--daemon-version must not be empty");
     } else if (arg == "--slow-seconds") {
       options.slowSeconds = parseNumber<int>(arg, value(), 0, 3600);
@@ -150,7 +153,11 @@ std::string usageText() {
          "  --scenario NAME        the scenario to start in (default healthy)\n"
          "  --scenario-file PATH   a JSON object merged over the healthy document (as a JSON\n"
          "                         merge patch: null removes a key); starts in 'custom'\n"
-         "  --daemon-version V     the version to report (default 1.8.3)\n"
+         "  --daemon-version V     the version to report (default: as a bundle's\n"
+         "                         Contents/Helpers/zevd, the bundle's CFBundleVersion;\n"
+         "                         else 1.8.3). The bundle's ZEVSimScenario key, when\n"
+         "                         present, is the starting scenario unless --scenario\n"
+         "                         is given\n"
          "  --slow-seconds N       how long the slow scenario waits (default 6)\n"
          "  --oversize-bytes N     body size of the oversized scenario (default 8388608)\n"
          "  --hang-max-seconds N   a hung request is let go after this long (default 300)\n"

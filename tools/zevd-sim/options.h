@@ -23,6 +23,8 @@ struct SimOptions {
   Scenario scenario = Scenario::healthy;
   std::optional<std::filesystem::path> scenarioFile;
   std::string version = "1.8.3";
+  bool versionGiven = false;   // --daemon-version on the command line
+  bool scenarioGiven = false;  // --scenario or --scenario-file
   int slowSeconds = 6;
   int64_t oversizeBytes = 8 * 1024 * 1024;
   int hangMaxSeconds = 300;
