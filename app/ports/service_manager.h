@@ -16,6 +16,9 @@ struct ServiceError {
   // The service manager's code. alreadyRegistered means what it says on every
   // platform; adapters map their own "exists already" answers onto it.
   static constexpr int alreadyRegistered = 12;
+  // The user switched the service off in the system's settings; it was left
+  // off. Not a failure: logged as information with the description.
+  static constexpr int switchedOffByUser = -1012;
 
   int code = 0;
   std::string localizedDescription;  // one line, for the log

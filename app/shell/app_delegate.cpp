@@ -73,12 +73,23 @@ void reportRegistration(SystemLog& log, std::ostream& standardError, AppService&
     log.info(std::string(texts.registered) + " (status=" + service.statusDescription() + ")");
   } else if (error->code == ServiceError::alreadyRegistered) {
     log.info(texts.alreadyRegistered);
+  } else if (error->code == ServiceError::switchedOffByUser) {
+    log.info(error->localizedDescription);
   } else {
     log.error(texts.failed + error->localizedDescription);
     standardError << "ZEV launcher: " << texts.standardError << error->fullDescription << '\n'
                   << std::flush;
   }
 }
+
+// What standard error names as the failed call: the system's own service API.
+#ifdef __APPLE__
+constexpr const char* kLoginItemCall = "SMAppService.mainApp.register() failed: ";
+constexpr const char* kAgentCall = "SMAppService.agent.register() failed: ";
+#else
+constexpr const char* kLoginItemCall = "autostart entry registration failed: ";
+constexpr const char* kAgentCall = "systemd user unit registration failed: ";
+#endif
 
 }  // namespace
 
@@ -145,7 +156,7 @@ void AppDelegate::registerLoginItem() {
   const std::unique_ptr<AppService> service = m_platform.serviceManager->mainAppService();
   reportRegistration(*m_platform.launcherLog, m_standardError, *service, service->registerService(),
                      {"LoginItem registered", "LoginItem already registered",
-                      "LoginItem register failed: ", "SMAppService.mainApp.register() failed: "});
+                      "LoginItem register failed: ", kLoginItemCall});
 }
 
 void AppDelegate::registerAgent() {
@@ -163,14 +174,14 @@ void AppDelegate::registerAgent() {
 
   reportRegistration(log, m_standardError, *service, service->registerService(),
                      {"Agent registered", "Agent already registered (race?)",
-                      "Agent register failed: ", "SMAppService.agent.register() failed: "});
+                      "Agent register failed: ", kAgentCall});
 }
 
 void AppDelegate::kickstartAgent() {
   const Command command = m_platform.serviceManager->kickstartCommand(std::string(agentLabel));
   CapturedRun result;
   try {
-    result = runCapturingOutput(command.path, command.arguments);
+    result = runCapturingOutput(command.path, command.arguments, kickstartTimeout);
   } catch (const ProcessLaunchError& error) {
     m_platform.launcherLog->error(std::string("kickstart spawn failed: ") + error.what());
     return;

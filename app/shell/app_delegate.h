@@ -11,6 +11,8 @@
 #define ZEV_APP_APP_DELEGATE_H_
 
 #include <QObject>
+#include <QPointer>
+#include <chrono>
 #include <QUrl>
 #include <filesystem>
 #include <functional>
@@ -30,6 +32,9 @@ class LogWindowController;
 class NotificationController;
 class StatusItemController;
 class UpdateCoordinator;
+}  // namespace zev
+class QProcess;
+namespace zev {
 
 class AppDelegate : public QObject {
   Q_OBJECT
@@ -59,8 +64,14 @@ class AppDelegate : public QObject {
   // Drops the daemon's agent registration and registers it afresh, so a
   // changed agent definition or daemon is taken up.
   void registerAgent();
-  // Restarts the daemon's agent and blocks until the command has exited.
+  // Restarts the daemon's agent and blocks until the command has exited, or
+  // kickstartTimeout has passed (the command is then killed and that logged).
   void kickstartAgent();
+  // The same restart for the popover: starts the command and returns at once;
+  // its outcome is logged when it exits. A restart asked for while one still
+  // runs is logged and dropped.
+  void restartAgent();
+  static constexpr std::chrono::milliseconds kickstartTimeout{30000};
 
   // Runs `path` with `arguments`, standard streams inherited, and waits.
   // Throws ProcessLaunchError when it cannot start, ReliabilityError when it
@@ -117,6 +128,7 @@ class AppDelegate : public QObject {
   std::unique_ptr<LogWindowController> m_logWindowController;
   std::unique_ptr<NotificationController> m_notifications;
   std::optional<UpdateTransaction> m_finishedUpdateToAnnounce;
+  QPointer<QProcess> m_restart;  // the popover's restart, while it runs
 };
 
 }  // namespace zev

@@ -16,7 +16,9 @@ void AppDelegate::installStatusItem() {
     if (self) self->platform().workspace->openURL(self->localBase().toString().toStdString());
   };
   actions.onRestart = [self] {
-    if (self) self->kickstartAgent();
+    // Never the blocking kickstart: the service manager may take its time,
+    // and the tray must stay alive meanwhile.
+    if (self) self->restartAgent();
   };
   actions.onViewLogs = [self] {
     if (self) self->showLogWindow();

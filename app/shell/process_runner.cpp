@@ -20,7 +20,12 @@ void startOrThrow(QProcess& process, const std::string& path,
   process.setProgram(QString::fromStdString(path));
   process.setArguments(toQStringList(arguments));
   process.start(mode);
-  if (!process.waitForStarted(-1)) throw ProcessLaunchError(process.errorString().toStdString());
+  // Starting is a fork and an exec; a system too loaded to do that in ten
+  // seconds gets an error rather than a caller waiting for ever.
+  if (!process.waitForStarted(10000)) {
+    process.kill();
+    throw ProcessLaunchError(process.errorString().toStdString());
+  }
 }
 
 // The exit status as the system reports it: the exit code after a normal

@@ -20,6 +20,7 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "app/status/health_figures.h"
 #include "app/status/health_state.h"
 #include "app/status/popover_icons.h"
 #include "app/status/status_colors.h"
@@ -34,7 +35,6 @@ constexpr int kLogsButtonWidth = 64;
 constexpr int kAnchorGap = 4;
 constexpr int kScreenMargin = 4;  // never flush against the screen's edge
 
-QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 QFont sizedFont(const QFont& base, qreal pointSize, QFont::Weight weight = QFont::Normal) {
   QFont font = base;
@@ -50,9 +50,19 @@ void setTextColor(QWidget* widget, const QColor& color) {
   widget->setPalette(palette);
 }
 
+// A label that takes the width its row gives it, whatever its text: a long
+// daemon text is cut at the popover's edge instead of widening it.
+QLabel* fitToRow(QLabel* label) {
+  label->setSizePolicy(QSizePolicy::Ignored, label->sizePolicy().verticalPolicy());
+  label->setMinimumWidth(1);
+  return label;
+}
+
 QLabel* makeLabel(const QString& text, const QFont& font, const QString& objectName,
                   QWidget* parent) {
   auto* label = new QLabel(text, parent);
+  // Nothing the daemon says may become a link, a picture or markup.
+  label->setTextFormat(Qt::PlainText);
   label->setFont(font);
   label->setObjectName(objectName);
   return label;
@@ -83,12 +93,19 @@ QLabel* makeDot(const QColor& color, int diameter, const QString& objectName, QW
 // wrapping: long camera names must not widen the popover.
 class ElidedLabel : public QWidget {
  public:
-  ElidedLabel(QString text, QWidget* parent) : QWidget(parent), m_text(std::move(text)) {
+  ElidedLabel(QString text, QWidget* parent) : QWidget(parent) {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-    setToolTip(m_text);
-    setAccessibleName(m_text);  // painted, so screen readers need the name
+    setText(std::move(text));
   }
   QString text() const { return m_text; }
+  void setText(QString text) {
+    if (text == m_text) return;
+    m_text = std::move(text);
+    setToolTip(plainToolTip(m_text));
+    setAccessibleName(m_text);  // painted, so screen readers need the name
+    updateGeometry();
+    update();
+  }
   QSize sizeHint() const override {
     const QFontMetrics metrics(font());
     return {std::min(metrics.horizontalAdvance(m_text), 160), metrics.height()};
@@ -132,6 +149,48 @@ QFrame* makeDivider(QWidget* parent) {
   return line;
 }
 
+
+// One camera's row, kept and refilled from poll to poll.
+class CameraRow : public QWidget {
+ public:
+  CameraRow(const QFont& nameFont, const QFont& stateFont, QWidget* parent) : QWidget(parent) {
+    setObjectName("cameraRow");
+    auto* line = new QHBoxLayout(this);
+    line->setContentsMargins(0, 4, 0, 4);
+    line->setSpacing(7);
+    m_liveDot = makeDot(systemGreen(), 7, "cameraDot", this);
+    m_downDot = makeDot(secondaryTextColor(palette()), 7, "cameraDot", this);
+    line->addWidget(m_liveDot);
+    line->addWidget(m_downDot);
+    m_name = new ElidedLabel(QString(), this);
+    m_name->setObjectName("cameraName");
+    m_name->setFont(nameFont);
+    line->addWidget(m_name, 1);
+    m_state = makeLabel(QString(), stateFont, "cameraState", this);
+    line->addWidget(m_state);
+  }
+
+  void fill(const HealthCamera& camera) {
+    setProperty("cameraId", shownText(camera.id));
+    m_liveDot->setVisible(camera.live);
+    m_downDot->setVisible(!camera.live);
+    m_name->setText(shownText(camera.name));
+    if (camera.live) {
+      m_state->setText(frameAgeText(camera.frameAgeMS));
+      setTextColor(m_state, secondaryTextColor(parentWidget()->palette()));
+    } else {
+      m_state->setText(QStringLiteral("down"));
+      setTextColor(m_state, systemRed());
+    }
+  }
+
+ private:
+  QLabel* m_liveDot;
+  QLabel* m_downDot;
+  ElidedLabel* m_name;
+  QLabel* m_state;
+};
+
 }  // namespace
 
 PopoverView::PopoverView(const HealthState& state, PopoverActions actions, QWidget* parent)
@@ -145,13 +204,17 @@ PopoverView::PopoverView(const HealthState& state, PopoverActions actions, QWidg
   m_layout->setContentsMargins(12, 12, 12, 10);
   m_layout->setSpacing(8);
   m_layout->setSizeConstraint(QLayout::SetFixedSize);
+  m_layout->addWidget(buildHeader());
+  m_layout->addWidget(makeDivider(this));
+  m_layout->addWidget(buildSummary());
+  m_layout->addWidget(buildUnreachable());
   m_layout->addWidget(buildActions());
-  rebuild();
-  // A closed popover is rebuilt when it next opens, not after every poll: the
+  refresh();
+  // A closed popover catches up when it next opens, not after every poll: the
   // launcher spends most of its life with the popover closed.
   connect(&m_state, &HealthState::changed, this, [this] {
     if (isVisible()) {
-      rebuild();
+      refresh();
     } else {
       m_stale = true;
     }
@@ -168,28 +231,39 @@ QString PopoverView::revealLogsTitle() {
 #endif
 }
 
-void PopoverView::rebuild() {
-  m_stale = false;
-  // Everything but the action row is rebuilt: the content is a pure function
-  // of the state, and rebuilding keeps it that way.
-  auto* content = new QWidget(this);
-  content->setObjectName("content");
-  auto* column = new QVBoxLayout(content);
-  column->setContentsMargins(0, 0, 0, 0);
-  column->setSpacing(8);
-  column->addWidget(buildHeader());
-  column->addWidget(makeDivider(content));
-  column->addWidget(m_state.summary() ? buildSummary() : buildUnreachable());
+QString PopoverView::unreachableText() {
+#ifdef Q_OS_MACOS
+  return QStringLiteral("Daemon not responding on this Mac. It may be starting or stopped.");
+#else
+  return QStringLiteral("Daemon not responding on this computer. It may be starting or stopped.");
+#endif
+}
 
-  if (m_content) {
-    delete m_layout->replaceWidget(m_content, content);
-    delete m_content;
+void PopoverView::refresh() {
+  m_stale = false;
+  // The widgets stay and only their contents change, so an open popover
+  // neither blanks nor loses its scroll position when a poll lands.
+  const std::optional<HealthSummary>& summary = m_state.summary();
+  const HealthStatus status = m_state.status();
+  for (int i = 0; i < 3; ++i) m_headerDots[i]->setVisible(i == int(status));
+  m_headerDots[int(status)]->setProperty("status", QString::fromUtf8(rawValue(status).data()));
+  if (summary) {
+    m_headerTitle->setText(QStringLiteral("%1/%2 cameras live")
+                               .arg(summary->liveCameras())
+                               .arg(summary->totalCameras()));
+    m_headerSubtitle->setText("zevd " + shownText(summary->version));
+    refreshSummary(*summary);
   } else {
-    m_layout->insertWidget(0, content);
+    m_headerTitle->setText(QStringLiteral("ZEV — unreachable"));
   }
-  m_content = content;
+  m_headerSubtitle->setVisible(summary.has_value());
+  m_scroll->setVisible(summary.has_value());
+  m_unreachable->setVisible(!summary);
   // Re-anchor an open popover: its height may have changed.
-  if (isVisible()) place();
+  if (isVisible()) {
+    adjustSize();
+    place();
+  }
 }
 
 QWidget* PopoverView::buildHeader() {
@@ -198,33 +272,24 @@ QWidget* PopoverView::buildHeader() {
   auto* row = new QHBoxLayout(header);
   row->setContentsMargins(0, 0, 0, 0);
   row->setSpacing(8);
-  auto* dot = makeDot(statusColor(m_state.status()), 10, "headerDot", header);
-  dot->setProperty("status", QString::fromUtf8(rawValue(m_state.status()).data()));
-  row->addWidget(dot, 0, Qt::AlignTop | Qt::AlignLeft);
-  // Keep the dot level with the first line of text.
-  row->setAlignment(dot, Qt::AlignVCenter);
-
+  for (HealthStatus status : {HealthStatus::green, HealthStatus::yellow, HealthStatus::red}) {
+    QLabel* dot = makeDot(statusColor(status), 10, "headerDot", header);
+    dot->setProperty("status", QString::fromUtf8(rawValue(status).data()));
+    m_headerDots[int(status)] = dot;
+    row->addWidget(dot, 0, Qt::AlignVCenter | Qt::AlignLeft);
+  }
   auto* lines = new QVBoxLayout;
   lines->setSpacing(1);
-  const QFont title = sizedFont(font(), 13, QFont::DemiBold);
-  if (const auto& summary = m_state.summary()) {
-    lines->addWidget(makeLabel(QStringLiteral("%1/%2 cameras live")
-                                   .arg(summary->liveCameras())
-                                   .arg(summary->totalCameras()),
-                               title, "headerTitle", header));
-    auto* second =
-        makeLabel("zevd " + qs(summary->version), sizedFont(font(), 11), "headerSubtitle", header);
-    setTextColor(second, secondaryTextColor(palette()));
-    lines->addWidget(second);
-  } else {
-    lines->addWidget(makeLabel(QStringLiteral("ZEV — unreachable"), title, "headerTitle", header));
-  }
+  m_headerTitle = makeLabel(QString(), sizedFont(font(), 13, QFont::DemiBold), "headerTitle", header);
+  lines->addWidget(fitToRow(m_headerTitle));
+  m_headerSubtitle = makeLabel(QString(), sizedFont(font(), 11), "headerSubtitle", header);
+  setTextColor(m_headerSubtitle, secondaryTextColor(palette()));
+  lines->addWidget(fitToRow(m_headerSubtitle));
   row->addLayout(lines, 1);
   return header;
 }
 
 QWidget* PopoverView::buildSummary() {
-  const HealthSummary& summary = *m_state.summary();
   auto* body = new QWidget;
   body->setObjectName("summary");
   auto* column = new QVBoxLayout(body);
@@ -234,116 +299,133 @@ QWidget* PopoverView::buildSummary() {
   // Figures, then the link on the right.
   auto* metrics = new QHBoxLayout;
   metrics->setSpacing(14);
-  metrics->addWidget(makeMetric("CPU", QString::asprintf("%.0f%%", summary.cpuPercent), body));
-  metrics->addWidget(
-      makeMetric("RSS", QString::asprintf("%.1f GB", double(summary.rssBytes) / 1e9), body));
-  metrics->addWidget(
-      makeMetric("Thumb drops", QString::asprintf("%.0f%%", summary.thumbDropRatio * 100), body));
-  if (summary.worstFrameAgeMS) {
-    metrics->addWidget(makeMetric("Worst", qs(summary.worstFrameAgeText()), body));
-  } else if (summary.newestFrameAgeMS >= 0) {
-    metrics->addWidget(
-        makeMetric("Frame", QStringLiteral("%1 ms").arg(summary.newestFrameAgeMS), body));
+  const char* captions[] = {"CPU", "RSS", "Thumb drops", "Worst"};
+  for (int i = 0; i < 4; ++i) {
+    m_metrics[i] = makeMetric(captions[i], QString(), body);
+    metrics->addWidget(m_metrics[i]);
   }
   metrics->addStretch(1);
   column->addLayout(metrics);
 
+  m_link = new QWidget(body);
+  m_link->setObjectName("link");
+  auto* link = new QHBoxLayout(m_link);
+  link->setContentsMargins(0, 0, 0, 0);
+  link->setSpacing(5);
+  m_linkSymbol = new QLabel(m_link);
+  m_linkSymbol->setObjectName("linkSymbol");
+  m_linkText = makeLabel(QString(), sizedFont(font(), 11), "linkLabel", m_link);
+  link->addWidget(m_linkSymbol);
+  link->addWidget(fitToRow(m_linkText), 1);
+  column->addWidget(m_link);
+
+  m_degraded = new QFrame(body);
+  m_degraded->setObjectName("degraded");
+  auto* lines = new QVBoxLayout(m_degraded);
+  lines->setContentsMargins(8, 6, 8, 6);
+  lines->setSpacing(2);
+  m_degraded->setAutoFillBackground(true);
+  QPalette tinted = m_degraded->palette();
+  QColor tint = systemYellow();
+  tint.setAlphaF(0.16f);
+  tinted.setColor(QPalette::Window, tint);
+  m_degraded->setPalette(tinted);
+  m_degradedTitle =
+      makeLabel(QString(), sizedFont(font(), 11, QFont::DemiBold), "degradedTitle", m_degraded);
+  lines->addWidget(m_degradedTitle);
+  for (QLabel*& reason : m_degradedReasons) {
+    reason = makeLabel(QString(), sizedFont(font(), 11), "degradedReason", m_degraded);
+    reason->setWordWrap(true);
+    lines->addWidget(reason);
+  }
+  column->addWidget(m_degraded);
+
+  // Cameras, in the document's order, at most maxCameraRows of them.
+  m_cameraList = new QVBoxLayout;
+  m_cameraList->setSpacing(0);
+  column->addLayout(m_cameraList);
+  m_moreCameras = makeLabel(QString(), sizedFont(font(), 11), "moreCameras", body);
+  setTextColor(m_moreCameras, secondaryTextColor(palette()));
+  column->addWidget(m_moreCameras);
+
+  m_scroll = new QScrollArea(this);
+  m_scroll->setObjectName("contentScroll");
+  m_scroll->setFrameShape(QFrame::NoFrame);
+  m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  m_scroll->setWidgetResizable(true);
+  m_scroll->setWidget(body);
+  m_scroll->setFixedWidth(kPopoverWidth - 24);
+  body->setFixedWidth(kPopoverWidth - 24 - m_scroll->verticalScrollBar()->sizeHint().width());
+  return m_scroll;
+}
+
+void PopoverView::refreshSummary(const HealthSummary& summary) {
+  const auto setMetric = [](QWidget* metric, const QString& caption, const QString& value) {
+    metric->setObjectName("metric:" + caption);
+    metric->findChild<QLabel*>("metricLabel")->setText(caption);
+    metric->findChild<QLabel*>("metricValue")->setText(value);
+  };
+  setMetric(m_metrics[0], "CPU", cpuText(summary.cpuPercent));
+  setMetric(m_metrics[1], "RSS", rssText(summary.rssBytes));
+  setMetric(m_metrics[2], "Thumb drops", thumbDropText(summary.thumbDropRatio));
+  if (summary.worstFrameAgeMS) {
+    setMetric(m_metrics[3], "Worst", frameAgeText(*summary.worstFrameAgeMS));
+  } else if (summary.newestFrameAgeMS >= 0) {
+    setMetric(m_metrics[3], "Frame", frameAgeText(summary.newestFrameAgeMS));
+  }
+  m_metrics[3]->setVisible(summary.worstFrameAgeMS || summary.newestFrameAgeMS >= 0);
+
+  m_link->setVisible(summary.defaultRoute.has_value());
   if (const auto& route = summary.defaultRoute) {
     const QColor color = route->isWarning() ? systemOrange() : secondaryTextColor(palette());
-    auto* link = new QHBoxLayout;
-    link->setSpacing(5);
-    auto* symbol = new QLabel(body);
-    symbol->setObjectName("linkSymbol");
-    symbol->setProperty("kind", qs(route->kind));
+    m_linkSymbol->setProperty("kind", shownText(route->kind));
     // The symbol takes the link's colour only as a warning; otherwise the theme's.
-    symbol->setPixmap(linkSymbolPixmap(route->kind, palette(), 12, devicePixelRatioF(),
-                                       route->isWarning() ? std::optional(color) : std::nullopt));
-    auto* text =
-        makeLabel("Link: " + qs(route->summaryText()), sizedFont(font(), 11), "linkLabel", body);
-    text->setProperty("warning", route->isWarning());
-    setTextColor(text, color);
-    link->addWidget(symbol);
-    link->addWidget(text);
-    link->addStretch(1);
-    column->addLayout(link);
+    m_linkSymbol->setPixmap(linkSymbolPixmap(route->kind, palette(), 12, devicePixelRatioF(),
+                                             route->isWarning() ? std::optional(color)
+                                                                : std::nullopt));
+    m_linkText->setText("Link: " + linkText(*route));
+    m_linkText->setProperty("warning", route->isWarning());
+    setTextColor(m_linkText, color);
   }
 
+  m_degraded->setVisible(!summary.degradedReasons.empty());
   if (!summary.degradedReasons.empty()) {
-    auto* block = new QFrame(body);
-    block->setObjectName("degraded");
-    auto* lines = new QVBoxLayout(block);
-    lines->setContentsMargins(8, 6, 8, 6);
-    lines->setSpacing(2);
-    block->setAutoFillBackground(true);
-    QPalette palette = block->palette();
-    QColor tint = systemYellow();
-    tint.setAlphaF(0.16f);
-    palette.setColor(QPalette::Window, tint);
-    block->setPalette(palette);
-    lines->addWidget(
-        makeLabel(QStringLiteral("Degraded: %1 issues").arg(summary.degradedIssueCount()),
-                  sizedFont(font(), 11, QFont::DemiBold), "degradedTitle", block));
-    for (const std::string& reason : summary.visibleDegradedReasons()) {
-      auto* line = makeLabel(qs(reason), sizedFont(font(), 11), "degradedReason", block);
-      line->setWordWrap(true);
-      lines->addWidget(line);
+    m_degradedTitle->setText(QStringLiteral("Degraded: %1 issues").arg(issueCountText(summary)));
+    const auto visible = summary.visibleDegradedReasons();
+    for (std::size_t i = 0; i < std::size(m_degradedReasons); ++i) {
+      m_degradedReasons[i]->setVisible(i < visible.size());
+      if (i < visible.size()) m_degradedReasons[i]->setText(shownText(visible[i]));
     }
-    column->addWidget(block);
   }
 
-  // Cameras, in the document's order.
-  auto* cameras = new QVBoxLayout;
-  cameras->setSpacing(0);
-  const QFont nameFont = sizedFont(font(), 12);
-  const QFont stateFont = sizedFont(font(), 11);
-  for (const HealthCamera& camera : summary.cameras) {
-    auto* row = new QWidget(body);
-    row->setObjectName("cameraRow");
-    row->setProperty("cameraId", qs(camera.id));
-    auto* line = new QHBoxLayout(row);
-    line->setContentsMargins(0, 4, 0, 4);
-    line->setSpacing(7);
-    line->addWidget(
-        makeDot(camera.live ? systemGreen() : secondaryTextColor(palette()), 7, "cameraDot", row));
-    auto* name = new ElidedLabel(qs(camera.name), row);
-    name->setObjectName("cameraName");
-    name->setFont(nameFont);
-    line->addWidget(name, 1);
-    QLabel* state;
-    if (camera.live) {
-      state =
-          makeLabel(QStringLiteral("%1 ms").arg(camera.frameAgeMS), stateFont, "cameraState", row);
-      setTextColor(state, secondaryTextColor(palette()));
-    } else {
-      state = makeLabel(QStringLiteral("down"), stateFont, "cameraState", row);
-      setTextColor(state, systemRed());
-    }
-    line->addWidget(state);
-    cameras->addWidget(row);
+  const std::size_t shown = std::min(summary.cameras.size(), std::size_t(maxCameraRows));
+  while (m_cameraRows.size() < shown) {
+    auto* row = new CameraRow(sizedFont(font(), 12), sizedFont(font(), 11), m_moreCameras->parentWidget());
+    m_cameraList->addWidget(row);
+    m_cameraRows.push_back(row);
   }
-  column->addLayout(cameras);
+  while (m_cameraRows.size() > shown) {
+    delete m_cameraRows.back();
+    m_cameraRows.pop_back();
+  }
+  for (std::size_t i = 0; i < shown; ++i) {
+    static_cast<CameraRow*>(m_cameraRows[i])->fill(summary.cameras[i]);
+  }
+  const std::size_t more = summary.cameras.size() - shown;
+  m_moreCameras->setVisible(more > 0);
+  if (more > 0) m_moreCameras->setText(QStringLiteral("and %1 more").arg(more));
 
-  auto* scroll = new QScrollArea;
-  scroll->setObjectName("contentScroll");
-  scroll->setFrameShape(QFrame::NoFrame);
-  scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-  scroll->setWidgetResizable(true);
-  scroll->setWidget(body);
-  scroll->setFixedWidth(kPopoverWidth - 24);
-  body->setFixedWidth(kPopoverWidth - 24 - scroll->verticalScrollBar()->sizeHint().width());
   // A maximum only: a short list takes just the room it needs.
-  scroll->setFixedHeight(std::min(body->sizeHint().height(), kScrollMaxHeight));
-  scroll->setMaximumHeight(kScrollMaxHeight);
-  return scroll;
+  QWidget* body = m_scroll->widget();
+  body->adjustSize();
+  m_scroll->setFixedHeight(std::min(body->sizeHint().height(), kScrollMaxHeight));
 }
 
 QWidget* PopoverView::buildUnreachable() {
-  auto* text =
-      makeLabel(QStringLiteral("Daemon not responding on this Mac. It may be starting or stopped."),
-                sizedFont(font(), 12), "unreachableText", this);
-  text->setWordWrap(true);
-  setTextColor(text, secondaryTextColor(palette()));
-  return text;
+  m_unreachable = makeLabel(unreachableText(), sizedFont(font(), 12), "unreachableText", this);
+  m_unreachable->setWordWrap(true);
+  setTextColor(m_unreachable, secondaryTextColor(palette()));
+  return m_unreachable;
 }
 
 QWidget* PopoverView::buildActions() {
@@ -408,7 +490,7 @@ QWidget* PopoverView::buildActions() {
 
 void PopoverView::showAnchored(std::optional<QRect> anchor) {
   m_anchor = anchor;
-  if (m_stale) rebuild();
+  if (m_stale) refresh();
   adjustSize();
   place();
   show();

@@ -17,6 +17,7 @@
 #include "app/ports/app_activation.h"
 #include "app/ports/status_item.h"
 #include "app/ports/system_log.h"
+#include "app/status/health_figures.h"
 #include "app/status/status_colors.h"
 
 namespace zev {
@@ -29,6 +30,9 @@ constexpr qreal kItemImageScale = 6.4;
 // then hands the same click on to the item (an XEmbed tray icon is one of our
 // own windows): within this window such a click only closes.
 constexpr qint64 kReopenGuardMS = 300;
+
+// Set on a reply given up for its size.
+constexpr const char* kTooLargeProperty = "zevTooLarge";
 
 }  // namespace
 
@@ -47,6 +51,12 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
   // The daemon listens on loopback: no application-wide proxy may ever carry
   // the polls away from it.
   m_session->setProxy(QNetworkProxy::NoProxy);
+}
+
+PopoverView& StatusItemController::ensurePopover() {
+  if (m_popover) return *m_popover;
+  // Built on the first click, not at start-up: most runs never open it, and
+  // its widgets, fonts and style are most of what a tray icon would cost.
   m_popover = std::make_unique<PopoverView>(
       *m_state, PopoverActions{
                     closingPopoverFirst(&StatusItemActions::onOpenWebUI),
@@ -67,6 +77,7 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
       m_sincePopoverClosed.invalidate();
     }
   });
+  return *m_popover;
 }
 
 StatusItemController::~StatusItemController() {
@@ -76,7 +87,7 @@ StatusItemController::~StatusItemController() {
     reply->disconnect(this);
     reply->abort();
   }
-  m_popover->disconnect(this);
+  if (m_popover) m_popover->disconnect(this);
   m_popover.reset();
 }
 
@@ -125,7 +136,9 @@ QUrl StatusItemController::healthURL() const {
 
 void StatusItemController::poll() {
   // Nothing of one poll may leak into the next: no cache (none is installed on
-  // the manager either), no cookies, no stored credentials, no redirects.
+  // the manager either), no cookies, no stored credentials. Redirects are not
+  // followed: the daemon answers on loopback itself, a redirect could only
+  // lead the poll elsewhere, and a 3xx is not a 200, so it reads unreachable.
   QNetworkRequest request(healthURL());
   request.setTransferTimeout(int(m_requestTimeout.count()));
   request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
@@ -135,8 +148,27 @@ void StatusItemController::poll() {
   request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
   request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                        QNetworkRequest::ManualRedirectPolicy);
+  // Uncompressed: the size cap then bounds what is held, and no small
+  // compressed answer can unpack into a huge one.
+  request.setRawHeader("Accept-Encoding", "identity");
   QNetworkReply* reply = m_session->get(request);
   ++m_pollsStarted;
+  // The transfer time-out above only notices silence; a daemon that trickles a
+  // byte at a time never falls silent. The whole request has a deadline too.
+  QTimer::singleShot(m_requestTimeout, reply, [reply] { reply->abort(); });
+  // An answer larger than the cap is given up as soon as it says so, or as
+  // soon as that much has arrived, so it never takes more memory than that.
+  const auto giveUpWhenTooLarge = [reply, cap = maxResponseBytes](qint64 size) {
+    if (size <= cap || reply->property(kTooLargeProperty).toBool()) return;
+    reply->setProperty(kTooLargeProperty, true);
+    reply->abort();
+  };
+  connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, giveUpWhenTooLarge] {
+    const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+    if (length.isValid()) giveUpWhenTooLarge(length.toLongLong());
+  });
+  connect(reply, &QNetworkReply::downloadProgress, reply,
+          [giveUpWhenTooLarge](qint64 received, qint64) { giveUpWhenTooLarge(received); });
   connect(reply, &QNetworkReply::finished, this, [self = QPointer(this), reply] {
     reply->deleteLater();
     if (self) self->applyReply(reply);
@@ -146,24 +178,41 @@ void StatusItemController::poll() {
 void StatusItemController::applyReply(QNetworkReply* reply) {
   // Only a 200 with a body counts; every other outcome (another status, a
   // refused connection, a time-out, a document that does not decode) is "no
-  // summary". The reason is deliberately not logged: the dot says it all.
+  // summary". The reason is deliberately not logged: the dot says it all. The
+  // one exception is an answer over the size cap, which says something is
+  // wrong with the daemon rather than that it is down: logged once, and again
+  // only after an answer of a sensible size.
   std::optional<HealthSummary> summary;
+  const bool tooLarge = reply->property(kTooLargeProperty).toBool();
   const QVariant code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
   // Why there is no summary is kept for the notifications, which name it.
   m_lastHttpStatus = code.isValid() ? code.toInt() : 0;
-  if (reply->error() == QNetworkReply::NoError && code.isValid() && code.toInt() == 200) {
+  if (tooLarge) {
+    m_lastFailure = PollFailure::undecodable;  // a body no reader should take
+  } else if (reply->error() == QNetworkReply::NoError && code.isValid() && code.toInt() == 200) {
     const QByteArray body = reply->readAll();
-    if (!body.isEmpty()) summary = decodeHealth(std::string_view(body.constData(), body.size()));
+    if (!body.isEmpty() && body.size() <= maxResponseBytes) {
+      summary = decodeHealth(std::string_view(body.constData(), body.size()));
+    }
     m_lastFailure = summary ? PollFailure::none : PollFailure::undecodable;
   } else if (code.isValid()) {
     m_lastFailure = PollFailure::httpStatus;
   } else if (reply->error() == QNetworkReply::OperationCanceledError ||
              reply->error() == QNetworkReply::TimeoutError) {
-    m_lastFailure = PollFailure::timedOut;  // the transfer time-out cancels the reply
+    m_lastFailure = PollFailure::timedOut;  // the deadline or the transfer time-out
   } else {
     m_lastFailure = PollFailure::unreachable;
   }
-  const HealthStatus status = classifyHealth(summary);
+  if (tooLarge) {
+    if (!m_toldTooLarge) {
+      m_statusLog.error("health answer larger than " + std::to_string(maxResponseBytes) +
+                        " bytes; ignored until the daemon answers sensibly again");
+    }
+    m_toldTooLarge = true;
+  } else if (summary) {
+    m_toldTooLarge = false;
+  }
+  const HealthStatus status = shownStatus(summary);
   const auto now = m_clock();
   m_state->update(summary, status, now);
   render(status, summary);
@@ -178,8 +227,8 @@ void StatusItemController::render(HealthStatus status,
     const QString count =
         QStringLiteral("%1/%2").arg(summary->liveCameras()).arg(summary->totalCameras());
     m_statusItem->setTitle(" " + count);
-    m_statusItem->setToolTip(QStringLiteral("ZEV — %1 cameras live · %2")
-                                 .arg(count, QString::fromStdString(summary->version)));
+    m_statusItem->setToolTip(plainToolTip(
+        QStringLiteral("ZEV — %1 cameras live · %2").arg(count, shownText(summary->version))));
   } else {
     m_statusItem->setTitle(QStringLiteral(" —"));
     m_statusItem->setToolTip(QStringLiteral("ZEV daemon unreachable"));
@@ -220,7 +269,7 @@ void StatusItemController::togglePopover() {
     return;
   }
   poll();
-  m_popover->showAnchored(m_statusItem ? m_statusItem->anchorRect() : std::nullopt);
+  ensurePopover().showAnchored(m_statusItem ? m_statusItem->anchorRect() : std::nullopt);
 }
 
 void StatusItemController::confirmRestart() {

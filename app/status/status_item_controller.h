@@ -51,7 +51,10 @@ class StatusItemController : public QObject {
 
  public:
   static constexpr std::chrono::milliseconds defaultPollInterval{5000};
+  // From the request's start to its last byte, however the bytes arrive.
   static constexpr std::chrono::milliseconds defaultRequestTimeout{4000};
+  // A larger answer is a failed poll, and is never held in memory whole.
+  static constexpr qint64 maxResponseBytes = qint64{1} << 20;
 
   // `statusLog` (com.zev.zevd / statusitem) must outlive the controller;
   // `activation` may be null (nothing is brought to the front then).
@@ -88,7 +91,8 @@ class StatusItemController : public QObject {
   void confirmRestart();
 
   const HealthState& state() const { return *m_state; }
-  PopoverView* popover() const { return m_popover.get(); }
+  // The popover, built on first use.
+  PopoverView* popover() { return &ensurePopover(); }
   bool isPopoverShown() const;
   QUrl healthURL() const;
   // The last applied poll as the notification rules read it; its summary
@@ -108,6 +112,7 @@ class StatusItemController : public QObject {
 
  private:
   void applyReply(QNetworkReply* reply);
+  PopoverView& ensurePopover();
   bool runRestartAlert();
   std::function<void()> closingPopoverFirst(std::function<void()> StatusItemActions::*action);
 
@@ -126,6 +131,7 @@ class StatusItemController : public QObject {
   std::function<bool()> m_restartPrompt;
   QElapsedTimer m_sincePopoverClosed;
   int m_pollsStarted = 0;
+  bool m_toldTooLarge = false;  // the size cap's log line was written
   PollFailure m_lastFailure = PollFailure::unreachable;
   int m_lastHttpStatus = 0;
 };

@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <string>
 #include <system_error>
@@ -135,6 +137,31 @@ void writeFileAtomically(const fs::path& target, std::string_view bytes,
   }
   // The new name is only durable once the directory entry is.
   syncDirectory(directory, calls);
+}
+
+std::size_t removeStrayTemporaries(const fs::path& directory,
+                                   const std::function<bool(std::string_view target)>& isOwnTarget) {
+  constexpr std::string_view kMarker = ".tmp-";
+  constexpr std::size_t kUnique = 6;  // mkstemp's XXXXXX
+  std::size_t removed = 0;
+  std::error_code error;
+  for (fs::directory_iterator it(directory, error), end; !error && it != end; it.increment(error)) {
+    const std::string name = it->path().filename().string();
+    if (name.size() < 1 + kMarker.size() + kUnique + 1 || name.front() != '.') continue;
+    const std::size_t marker = name.size() - kUnique - kMarker.size();
+    if (std::string_view(name).substr(marker, kMarker.size()) != kMarker) continue;
+    const bool unique = std::all_of(name.end() - kUnique, name.end(), [](unsigned char c) {
+      return std::isalnum(c) != 0;
+    });
+    const std::string_view target = std::string_view(name).substr(1, marker - 1);
+    std::error_code ignored;
+    if (!unique || !isOwnTarget(target) || !it->is_regular_file(ignored) ||
+        it->is_symlink(ignored)) {
+      continue;
+    }
+    if (fs::remove(it->path(), ignored)) ++removed;
+  }
+  return removed;
 }
 
 }  // namespace zev

@@ -47,6 +47,14 @@ void writeFileAtomically(const std::filesystem::path& target, std::string_view b
 void syncDirectory(const std::filesystem::path& directory,
                    const FileSystemCalls& calls = FileSystemCalls::system());
 
+// Removes the temporary files that a writer killed mid-write left in
+// `directory`: regular files named as above (".<target>.tmp-" and six letters
+// or digits) whose target name `isOwnTarget` accepts. Anything else, records
+// included, is left alone; failures are ignored (a temporary that cannot go
+// now goes next time). Returns how many were removed.
+std::size_t removeStrayTemporaries(const std::filesystem::path& directory,
+                                   const std::function<bool(std::string_view target)>& isOwnTarget);
+
 }  // namespace zev
 
 #endif  // ZEV_CORE_ATOMIC_FILE_H_

@@ -66,7 +66,15 @@ std::optional<std::string> readFileIfPresent(const fs::path& path) {
 }  // namespace
 
 UpdateTransactionStore::UpdateTransactionStore(fs::path directory)
-    : m_directory(std::move(directory)) {}
+    : m_directory(std::move(directory)) {
+  // A save killed between creating its temporary and renaming it leaves the
+  // temporary behind; nothing else would ever remove it. Only the store's own
+  // names go: the active record's, and the history copies' (*.json).
+  removeStrayTemporaries(m_directory,
+                         [](std::string_view target) { return target == "active-update.json"; });
+  removeStrayTemporaries(transactionsDirectory(),
+                         [](std::string_view target) { return target.ends_with(".json"); });
+}
 
 fs::path UpdateTransactionStore::activeURL() const { return m_directory / "active-update.json"; }
 

@@ -24,6 +24,8 @@ namespace zev {
 
 class UpdateTransactionStore {
  public:
+  // Opening removes the temporaries a killed save left in `directory` and its
+  // transactions directory (never a record, never another writer's file).
   explicit UpdateTransactionStore(std::filesystem::path directory);
 
   const std::filesystem::path& directory() const { return m_directory; }

@@ -81,13 +81,6 @@ std::string oneLine(std::string_view text) {
   return out;
 }
 
-bool mentionsAlready(std::string_view output) {
-  std::string lower(output);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower.find("already") != std::string::npos;
-}
-
 std::optional<std::string> readFile(const std::filesystem::path& file) {
   std::ifstream in(file, std::ios::binary);
   if (!in) return std::nullopt;
@@ -102,7 +95,15 @@ class AutostartService : public AppService {
       : m_entry(std::move(entry)), m_content(autostartEntry(executable)) {}
 
   std::optional<ServiceError> registerService() override {
-    if (readFile(m_entry) == m_content) {
+    const std::optional<std::string> existing = readFile(m_entry);
+    if (existing) {
+      if (const std::optional<std::string> how = switchedOff(*existing)) {
+        return makeError(domain, ServiceError::switchedOffByUser,
+                         "autostart entry " + m_entry.string() + " is switched off (" + *how +
+                             "); left off as the user chose");
+      }
+    }
+    if (existing == m_content) {
       return makeError(domain, ServiceError::alreadyRegistered,
                        "autostart entry " + m_entry.string() + " is already registered");
     }
@@ -145,28 +146,44 @@ class AutostartService : public AppService {
 
 class SystemdUserService : public AppService {
  public:
-  SystemdUserService(std::filesystem::path unitFile, std::string unitName,
+  SystemdUserService(std::filesystem::path unitFile, std::filesystem::path installed,
+                     std::filesystem::path daemon, std::string unitName,
                      std::chrono::milliseconds timeout)
-      : m_unitFile(std::move(unitFile)), m_unitName(std::move(unitName)), m_timeout(timeout) {}
+      : m_unitFile(std::move(unitFile)),
+        m_installed(std::move(installed)),
+        m_daemon(std::move(daemon)),
+        m_unitName(std::move(unitName)),
+        m_timeout(timeout) {}
 
   std::optional<ServiceError> registerService() override {
-    std::error_code ignored;
-    if (!std::filesystem::is_regular_file(m_unitFile, ignored)) {
-      return makeError(domain, ENOENT, "no unit file at " + m_unitFile.string());
-    }
-    if (unitFileState() == "enabled") {
+    const std::optional<std::string> unitTemplate = readFile(m_unitFile);
+    if (!unitTemplate) return makeError(domain, ENOENT, "no unit file at " + m_unitFile.string());
+    const std::string unit = unitForDaemon(*unitTemplate, m_daemon);
+    const bool current = readFile(m_installed) == unit;
+    if (unitFileState() == "enabled" && current) {
+      m_knownState = "enabled";
       return makeError(domain, ServiceError::alreadyRegistered, m_unitName + " is already enabled");
     }
-    if (auto error = systemctl({"link", m_unitFile.string()})) return error;
-    return systemctl({"enable", m_unitName});
+    // The manager rereads unit files only when told; a file that did not
+    // change spares the launch that call.
+    if (!current) {
+      if (auto error = install(unit)) return error;
+      if (auto error = systemctl({"daemon-reload"})) return error;
+    }
+    auto error = systemctl({"enable", m_unitName});
+    if (!error) m_knownState = "enabled";
+    return error;
   }
 
-  // `disable` also removes the link made by `link`.
+  // Leaves the unit file in place (the next registration rewrites it);
+  // `disable` also removes a link made by earlier versions with `link`.
   std::optional<ServiceError> unregisterService() override {
+    m_knownState.reset();
     return systemctl({"disable", m_unitName});
   }
 
-  std::string statusDescription() override { return unitFileState(); }
+  // What registering just established, else is-enabled's answer.
+  std::string statusDescription() override { return m_knownState ? *m_knownState : unitFileState(); }
 
  private:
   static constexpr std::string_view domain = "systemd";
@@ -193,8 +210,9 @@ class SystemdUserService : public AppService {
       const CapturedRun run = runCapturingOutput(systemctlPath(), arguments, m_timeout);
       if (run.exitStatus == 0) return std::nullopt;
       const std::string output = oneLine(run.output);
-      const int code = mentionsAlready(output) ? ServiceError::alreadyRegistered : run.exitStatus;
-      return makeError(domain, code,
+      // Not "already" anywhere in the output: a failure is a failure.
+      // "Already registered" is decided from is-enabled's answer alone.
+      return makeError(domain, run.exitStatus,
                        commandLine + " exited " + std::to_string(run.exitStatus) +
                            (output.empty() ? "" : ": " + output));
     } catch (const ProcessLaunchError& error) {
@@ -202,9 +220,32 @@ class SystemdUserService : public AppService {
     }
   }
 
-  const std::filesystem::path m_unitFile;
+  // Writes the unit into the user's unit directory, replacing a link to a
+  // bundle's unit that an earlier version made.
+  std::optional<ServiceError> install(const std::string& unit) const {
+    std::error_code error;
+    std::filesystem::create_directories(m_installed.parent_path(), error);
+    if (error) {
+      return makeError(domain, error.value(),
+                       "cannot create " + m_installed.parent_path().string() + ": " + error.message());
+    }
+    if (std::filesystem::is_symlink(m_installed, error)) std::filesystem::remove(m_installed, error);
+    QSaveFile file(QString::fromStdString(m_installed.string()));
+    if (!file.open(QIODevice::WriteOnly) ||
+        file.write(QByteArray::fromStdString(unit)) != static_cast<qint64>(unit.size()) ||
+        !file.commit()) {
+      return makeError(domain, EIO,
+                       "cannot write " + m_installed.string() + ": " + file.errorString().toStdString());
+    }
+    return std::nullopt;
+  }
+
+  const std::filesystem::path m_unitFile;   // the bundle's, a template
+  const std::filesystem::path m_installed;  // the user's copy, naming our daemon
+  const std::filesystem::path m_daemon;
   const std::string m_unitName;
   const std::chrono::milliseconds m_timeout;
+  std::optional<std::string> m_knownState;
 };
 
 }  // namespace
@@ -222,6 +263,60 @@ std::string autostartEntry(const std::filesystem::path& executable) {
          "\n"
          "Terminal=false\n"
          "X-GNOME-Autostart-enabled=true\n";
+}
+
+std::optional<std::string> switchedOff(std::string_view entry) {
+  bool inMainGroup = false;
+  std::istringstream lines{std::string(entry)};
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.starts_with('[')) {
+      inMainGroup = line == "[Desktop Entry]";
+      continue;
+    }
+    const std::size_t equals = line.find('=');
+    if (!inMainGroup || equals == std::string::npos) continue;
+    const auto trim = [](std::string text) {
+      const auto blank = [](unsigned char c) { return std::isspace(c) != 0; };
+      while (!text.empty() && blank(text.back())) text.pop_back();
+      while (!text.empty() && blank(text.front())) text.erase(text.begin());
+      return text;
+    };
+    const std::string key = trim(line.substr(0, equals));
+    const std::string value = trim(line.substr(equals + 1));
+    if (key == "Hidden" && value == "true") return key + "=" + value;
+    if (key == "X-GNOME-Autostart-enabled" && value == "false") return key + "=" + value;
+  }
+  return std::nullopt;
+}
+
+std::string unitForDaemon(std::string_view unitTemplate, const std::filesystem::path& daemon) {
+  // One quoted word; inside it systemd reads \\ and \" as escapes, % as a
+  // specifier and $ as a variable, so those are doubled or escaped.
+  std::string quoted = "\"";
+  for (const char c : daemon.string()) {
+    if (c == '\\' || c == '"') quoted += '\\';
+    if (c == '%' || c == '$') quoted += c;
+    if (c == '\n' || c == '\r') {
+      quoted += ' ';
+      continue;
+    }
+    quoted += c;
+  }
+  quoted += '"';
+  std::string out;
+  bool replaced = false;
+  std::istringstream lines{std::string(unitTemplate)};
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("ExecStart=")) {
+      if (replaced) continue;
+      line = "ExecStart=" + quoted;
+      replaced = true;
+    }
+    out += line + "\n";
+  }
+  if (!replaced) out += "[Service]\nExecStart=" + quoted + "\n";
+  return out;
 }
 
 std::string unitNameForPlist(std::string_view plistName) {
@@ -258,7 +353,9 @@ std::unique_ptr<AppService> LinuxServiceManager::mainAppService() {
 
 std::unique_ptr<AppService> LinuxServiceManager::agentService(const std::string& plistName) {
   const std::string unit = unitNameForPlist(plistName);
-  return std::make_unique<SystemdUserService>(m_bundle / bundleUnitDirectory / unit, unit,
+  return std::make_unique<SystemdUserService>(m_bundle / bundleUnitDirectory / unit,
+                                              m_configHome / "systemd" / "user" / unit,
+                                              m_bundle / "Contents" / "Helpers" / "zevd", unit,
                                               m_commandTimeout);
 }
 

@@ -3,20 +3,27 @@
 // The launcher starts at login through an XDG autostart entry,
 // $XDG_CONFIG_HOME/autostart/com.zev.launcher.desktop (~/.config by default),
 // that runs the bundle's executable. The daemon runs as the systemd user unit
-// com.zev.zevd.service, which ships in the bundle at
-// Contents/Library/systemd/user/ and is linked and enabled in the user's
-// manager with systemctl --user.
+// com.zev.zevd.service. The bundle ships a template of it at
+// Contents/Library/systemd/user/; registering writes it into the user's unit
+// directory ($XDG_CONFIG_HOME/systemd/user) with ExecStart naming this
+// bundle's own Contents/Helpers/zevd, wherever the bundle was moved or copied
+// to, then reloads and enables it with systemctl --user.
+//
+// An autostart entry the user switched off in the desktop's settings
+// (Hidden=true, X-GNOME-Autostart-enabled=false) is never rewritten.
 //
 // Error codes: ServiceError::alreadyRegistered when the autostart entry is
-// already there as we would write it, or the unit is already enabled (or
-// systemctl says "already"); otherwise systemctl's exit status, the errno of
-// a failed file operation, or serviceCommandFailed when systemctl could not be
-// run at all. systemctl is looked up on PATH at each call.
+// already there as we would write it, or is-enabled answers "enabled" for a
+// unit file already naming our daemon; ServiceError::switchedOffByUser for a
+// switched-off entry; otherwise systemctl's exit status, the errno of a failed
+// file operation, or serviceCommandFailed when systemctl could not be run at
+// all. systemctl is looked up on PATH at each call.
 #ifndef ZEV_PLATFORM_LINUX_SERVICE_MANAGER_LINUX_H_
 #define ZEV_PLATFORM_LINUX_SERVICE_MANAGER_LINUX_H_
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,6 +37,12 @@ inline constexpr int serviceCommandFailed = -1;
 
 // The desktop entry that starts `executable` at login.
 std::string autostartEntry(const std::filesystem::path& executable);
+
+// How a desktop entry is switched off ("Hidden=true"), when it is.
+std::optional<std::string> switchedOff(std::string_view entry);
+
+// The unit template with its ExecStart running `daemon`.
+std::string unitForDaemon(std::string_view unitTemplate, const std::filesystem::path& daemon);
 
 // "com.zev.zevd.plist" → "com.zev.zevd.service".
 std::string unitNameForPlist(std::string_view plistName);

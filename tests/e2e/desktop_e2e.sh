@@ -3,7 +3,8 @@
 # host (trayer), the simulated daemon (zevd-sim) on an ephemeral port and the
 # launcher from its bundle, pointed at that port. It checks that the tray icon
 # shows, that a click opens the popover, that the dot follows the daemon
-# (healthy, degraded, restarted, unreachable) and that Restart asks first,
+# (healthy, degraded, hostile, crowded, oversized, trickling, restarted,
+# unreachable) within a memory bound, and that Restart asks first,
 # and writes screenshots of the tray and the popover for each case.
 #
 #   desktop_e2e.sh LAUNCHER ZEVD_SIM ARTIFACTS_DIR
@@ -134,8 +135,11 @@ scenario() { curl -s -X POST --max-time 2 "$base/sim/scenario?name=$1" >/dev/nul
 
 # --- the launcher ------------------------------------------------------------
 start_ns=$(date +%s%N)
+# A sanitizer build keeps freed memory in quarantine; a small one lets the
+# memory bound below measure what the launcher holds, not what it freed.
 env HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" ZEV_DEMO_DIR="$work" \
   PATH="$source_dir/tools/demo/bin:$PATH" ZEV_DAEMON_URL="$base" QT_QPA_PLATFORM=xcb \
+  ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}quarantine_size_mb=4" \
   "$launcher" >"$work/launcher.log" 2>&1 &
 launcher_pid=$!
 pids+=("$launcher_pid")
@@ -162,12 +166,13 @@ fi
 read -r icon_id icon_x icon_y icon_w icon_h <<<"$(tray_icon)"
 icon_cx=$((icon_x + icon_w / 2)); icon_cy=$((icon_y + icon_h / 2))
 
-# The colour at the middle of the tray icon, as #RRGGBB.
-icon_colour() {
-  import -window root -crop "1x1+$icon_cx+$icon_cy" -depth 8 txt:- 2>/dev/null \
-    | sed -n 's/.*\(#[0-9A-F]\{6\}\).*/\1/p' | head -1
-}
+# The status colours found in the tray icon, as #RRGGBB (the count is drawn
+# across the dot, so its middle is not enough).
 declare -A colours=([green]="#34C759" [yellow]="#FFCC00" [red]="#FF3B30")
+icon_colour() {
+  import -window root -crop "${icon_w}x${icon_h}+$icon_x+$icon_y" -depth 8 txt:- 2>/dev/null \
+    | sed -n 's/.*\(#[0-9A-F]\{6\}\).*/\1/p' | grep -xE '#34C759|#FFCC00|#FF3B30' | sort -u | xargs
+}
 dot_is() { [ "$(icon_colour)" = "${colours[$1]}" ]; }
 expect_dot() {
   if wait_for "${2:-12}" dot_is "$1"; then pass "the dot is $1"
@@ -306,6 +311,32 @@ if open_popover logs; then
     close_popover
   fi
 fi
+
+# --- a daemon gone wrong ------------------------------------------------------
+# Markup and absurd figures, ten thousand cameras, an answer far over the size
+# cap, one that trickles a byte at a time: the launcher stays alive, opens its
+# popover promptly and stays under a memory bound; the dot says what it should.
+rss_kib() { awk '$1 == "VmRSS:" {print $2}' "/proc/$launcher_pid/status"; }
+rss_start=$(rss_kib)
+for bad in hostile:yellow crowd:green oversized:red trickle:red; do
+  name=${bad%%:*}; colour=${bad##*:}
+  scenario "$name"
+  sleep 0.3
+  if open_popover "$name"; then
+    expect_dot "$colour" 12
+    sleep 0.5
+    case "$name" in hostile|crowd) shoot_popover "$name"; shoot_tray "$name" ;; esac
+    close_popover
+  fi
+done
+rss_end=$(rss_kib)
+if [ -n "$rss_end" ] && [ $(( rss_end - rss_start )) -lt 65536 ]; then
+  pass "the launcher grew by $(( (rss_end - rss_start) / 1024 )) MiB through them (bound 64 MiB)"
+else
+  fail "the launcher grew from ${rss_start:-?} to ${rss_end:-?} KiB"
+fi
+scenario healthy
+expect_dot green 12
 
 # --- unreachable -------------------------------------------------------------
 kill "$(cat "$work/sim.pid")"

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <stdexcept>
 #include <numbers>
 #include <vector>
@@ -197,6 +198,28 @@ Json documentFor(Scenario scenario, const DaemonBuild& build, int64_t startMS, i
 
 std::string serialized(const Json& doc) { return doc.dump(2) + "\n"; }
 
+// Everything a launcher must not trust: markup where it would render, figures
+// no person should see printed as they are, and a last reason whose count
+// overflows any 64-bit sum. The daemon calls itself healthy.
+Json hostileDocument(Json doc) {
+  doc["version"] = "<b>1.8.3</b><img src=\"file:///etc/hostname\">";
+  doc["cpu_percent"] = 1e308;
+  doc["rss_bytes"] = -1;
+  doc["thumb_drop_ratio"] = -0.5;
+  doc["worst_frame_age_ms"] = std::numeric_limits<int64_t>::max();
+  doc["degraded"] = false;
+  doc["degraded_reasons"] = Json::array({"<b>disk</b> slow", "<a href=\"https://example.com\">click</a>",
+                                         "more:9223372036854775807"});
+  for (Json& camera : doc["cameras"]) {
+    camera["name"] = "<h1>" + camera["name"].get<std::string>() + "</h1>\u202e<img src=x>";
+    camera["frame_age_ms"] = std::numeric_limits<int64_t>::max();
+  }
+  doc["default_route"] = Json{{"interface", "<i>eth0</i>"}, {"kind", "wifi"},
+                              {"speed_mbps", std::numeric_limits<int64_t>::max()},
+                              {"media", "<u>x</u>"}};
+  return doc;
+}
+
 }  // namespace
 
 std::string DaemonBuild::revisionFor(std::string_view version) {
@@ -220,6 +243,25 @@ nlohmann::ordered_json healthDocument(const SimState& state, int64_t startMS, in
     case Scenario::missingCameras: {
       Json doc = documentFor(Scenario::healthy, state.build, startMS, nowMS);
       doc.erase("cameras");
+      return doc;
+    }
+    case Scenario::hostile:
+      return hostileDocument(documentFor(Scenario::healthy, state.build, startMS, nowMS));
+    case Scenario::crowd: {
+      Json doc = documentFor(Scenario::healthy, state.build, startMS, nowMS);
+      Json cameras = Json::array();
+      int64_t live = 0;
+      for (int i = 1; i <= kCrowdCameras; ++i) {
+        const bool up = i % 10 != 0;
+        live += up ? 1 : 0;
+        cameras.push_back(Json{{"id", "cam-" + std::to_string(i)},
+                               {"name", "Camera " + std::to_string(i)},
+                               {"live", up},
+                               {"frame_age_ms", up ? 40 + (i * 7919 + nowMS / 100) % 200 : 90000}});
+      }
+      doc["cameras"] = std::move(cameras);
+      doc["live_streams"] = live;
+      doc["total_streams"] = kCrowdCameras;
       return doc;
     }
     default:
@@ -249,6 +291,14 @@ HealthAnswer healthAnswer(const SimState& state, int64_t startMS, int64_t nowMS)
     }
     case Scenario::slow:
       answer.delaySeconds = state.slowSeconds;
+      answer.body = serialized(doc);
+      break;
+    case Scenario::crowd:
+      // Compact: ten thousand cameras stay well under a megabyte.
+      answer.body = doc.dump() + "\n";
+      break;
+    case Scenario::trickle:
+      answer.trickleMS = kTrickleMS;
       answer.body = serialized(doc);
       break;
     case Scenario::oversized: {

@@ -2,7 +2,7 @@
 // as pure functions of the simulation's state and the current time, so that a
 // test can ask for the document at any instant.
 //
-// The document has four cameras ("front-door", "driveway", "garage",
+// The document has four cameras (ten thousand in the crowd scenario) ("front-door", "driveway", "garage",
 // "backyard"), each with a recording "main" stream and a "sub" stream (the
 // back yard's is disabled). Frame ages tick with each stream's frame rate,
 // recording streams close a segment every four seconds, and a camera that is
@@ -43,6 +43,8 @@ struct SimState {
 };
 
 inline constexpr int64_t kSegmentMS = 4000;
+inline constexpr int kCrowdCameras = 10000;
+inline constexpr int kTrickleMS = 50;
 
 // The document for the state at `nowMS` (milliseconds since 1970) of a daemon
 // started at `startMS`. Misbehaviour scenarios give the document their answer
@@ -55,6 +57,7 @@ struct HealthAnswer {
   std::string body;
   int delaySeconds = 0;  // answer only after this long
   bool hang = false;     // never answer
+  int trickleMS = 0;     // send the body one byte per this many milliseconds
 };
 
 HealthAnswer healthAnswer(const SimState& state, int64_t startMS, int64_t nowMS);

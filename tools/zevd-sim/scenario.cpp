@@ -20,6 +20,9 @@ constexpr std::array kEntries = {
     Entry{Scenario::allDown, "all-down", "streams configured, none live"},
     Entry{Scenario::staleFrames, "stale-frames", "cameras live, newest frame seconds old"},
     Entry{Scenario::thumbDrops, "thumb-drops", "a quarter of the thumbnails dropped"},
+    Entry{Scenario::hostile, "hostile",
+          "markup in every text, absurd figures, a more:N marker past any count"},
+    Entry{Scenario::crowd, "crowd", "ten thousand cameras"},
     Entry{Scenario::custom, "custom", "the scenario file merged over the healthy document"},
     Entry{Scenario::http503, "http-503", "HTTP 503 with a valid health document"},
     Entry{Scenario::malformedJson, "malformed-json", "HTTP 200 with a cut-off JSON document"},
@@ -29,6 +32,7 @@ constexpr std::array kEntries = {
     Entry{Scenario::hang, "hang", "accepts the request and never answers"},
     Entry{Scenario::oversized, "oversized",
           "a valid document padded to a huge size (--oversize-bytes)"},
+    Entry{Scenario::trickle, "trickle", "a valid document, one byte every 50 ms"},
 };
 
 constexpr std::array<Scenario, kEntries.size()> kAll = [] {

@@ -19,6 +19,8 @@ enum class Scenario {
   allDown,       // streams configured, none live
   staleFrames,   // cameras live but their newest frame is seconds old
   thumbDrops,    // a quarter of the thumbnails dropped
+  hostile,       // markup in every text, absurd figures, a "more:N" marker that overflows
+  crowd,         // ten thousand cameras, compact, under the launcher's size cap
   custom,        // the healthy document with a scenario file merged over it
   // Misbehaviour of the health endpoint.
   http503,         // HTTP 503 with a valid document
@@ -27,6 +29,7 @@ enum class Scenario {
   slow,            // a valid document after a delay
   hang,            // accepts the request and never answers
   oversized,       // a valid document padded to a huge size
+  trickle,         // a valid document, one byte at a time, never done in time
 };
 
 // The scenario's name on the command line and the control endpoint, e.g.

@@ -226,6 +226,23 @@ void SimServer::handleHealth(const httplib::Request&, httplib::Response& respons
     answer = healthAnswer(state, m_startMS, nowMS());
   }
   response.status = answer.status;
+  if (answer.trickleMS > 0) {
+    // One byte at a time, until done, switched away from, or stopped.
+    auto body = std::make_shared<std::string>(std::move(answer.body));
+    const auto pause = std::chrono::milliseconds(answer.trickleMS);
+    response.set_content_provider(
+        body->size(), "application/json",
+        [this, body, pause, generation](size_t offset, size_t, httplib::DataSink& sink) {
+          std::unique_lock lock(m_mutex);
+          if (m_changed.wait_for(lock, pause,
+                                 [&] { return m_stopping || m_generation != generation; })) {
+            return false;
+          }
+          lock.unlock();
+          return sink.write(body->data() + offset, 1);
+        });
+    return;
+  }
   response.set_content(answer.body, "application/json");
 }
 

@@ -61,6 +61,8 @@ std::string answerText(Scenario scenario) {
       return "never answers";
     case Scenario::oversized:
       return "answers with an oversized document";
+    case Scenario::trickle:
+      return "answers one byte at a time";
     default:
       return "answers normally";
   }

@@ -99,9 +99,11 @@ TEST_F(AppDelegateTest, RegisterLoginItemLogsEachOutcome) {
   const Case cases[] = {
       {std::nullopt, info("LoginItem registered (status=enabled)"), ""},
       {serviceError(12, "already there"), info("LoginItem already registered"), ""},
+      {serviceError(ServiceError::switchedOffByUser, "switched off (Hidden=true)"),
+       info("switched off (Hidden=true)"), ""},
       {serviceError(5, "cannot write entry"),
        error("LoginItem register failed: cannot write entry"),
-       "ZEV launcher: SMAppService.mainApp.register() failed: "
+       "ZEV launcher: autostart entry registration failed: "
        "Error Domain=Fake Code=5 \"cannot write entry\"\n"},
   };
   for (const Case& c : cases) {
@@ -138,7 +140,7 @@ TEST_F(AppDelegateTest, RegisterAgentDropsThenRegistersAfresh) {
        serviceError(1, "no user manager"),
        {info("Agent unregister no-op: no user manager"),
         error("Agent register failed: no user manager")},
-       "ZEV launcher: SMAppService.agent.register() failed: "
+       "ZEV launcher: systemd user unit registration failed: "
        "Error Domain=Fake Code=1 \"no user manager\"\n"},
   };
   for (const Case& c : cases) {

@@ -55,8 +55,15 @@ TEST(Launcher, RegistersAndRestartsTheDaemonFromItsBundle_ThenKeepsRunning) {
   EXPECT_THAT(
       systemctl.calls(),
       ElementsAre("--user disable com.zev.zevd.service", "--user is-enabled com.zev.zevd.service",
-                  "--user link " + unit.string(), "--user enable com.zev.zevd.service",
-                  "--user is-enabled com.zev.zevd.service", "--user restart com.zev.zevd.service"));
+                  "--user daemon-reload", "--user enable com.zev.zevd.service",
+                  "--user restart com.zev.zevd.service"));
+  // The user's unit runs this bundle's daemon.
+  std::ifstream installed(fs::path(home.path().toStdString()) /
+                          ".config/systemd/user/com.zev.zevd.service");
+  std::stringstream unitText;
+  unitText << installed.rdbuf();
+  EXPECT_THAT(unitText.str(),
+              HasSubstr("ExecStart=\"" + (bundle / "Contents/Helpers/zevd").string() + "\"\n"));
 
   std::ifstream entry(fs::path(home.path().toStdString()) /
                       ".config/autostart/com.zev.launcher.desktop");

@@ -4,7 +4,9 @@
 
 #include <QApplication>
 #include <QCursor>
+#include <QElapsedTimer>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -105,30 +107,58 @@ TEST_F(StatusItemControllerTest, InstallShowsUnreachableThenAppliesFirstPoll) {
   EXPECT_EQ(controller->healthURL().toString(), daemon.baseURL() + "/api/health");
 }
 
-// What zevd-sim's scenarios do not cover: bodies and codes at the edges of
-// "only a 200 with a body counts" (the scenarios, a document without cameras
-// among them, are in status_item_sim_test).
+// Bodies and codes at the edges of "only a 200 with a body of at most 1 MiB
+// counts" (zevd-sim's scenarios cover the common failures).
 TEST_F(StatusItemControllerTest, PollOutcomesAtTheEdges) {
+  const auto padded = [](std::size_t size) {
+    std::string body = kHealthy;
+    body.insert(body.size() - 1, size - body.size(), ' ');
+    return body;
+  };
+  const std::size_t cap = StatusItemController::maxResponseBytes;
   struct Case {
     const char* name;
     HealthServer::Response response;
+    HealthStatus status;
   };
   const Case cases[] = {
-      {"200 empty body", {200, ""}},
-      {"204 no content", {204, ""}},
-      {"404 with a valid document", {404, kHealthy}},
+      {"200 empty body", {200, ""}, HealthStatus::red},
+      {"404 with a valid document", {404, kHealthy}, HealthStatus::red},
+      // Not followed: the daemon is on loopback, a redirect can only lead away.
+      {"301 with a valid document", {301, kHealthy}, HealthStatus::red},
+      {"exactly the size cap", {200, padded(cap)}, HealthStatus::green},
+      {"one byte over it", {200, padded(cap + 1)}, HealthStatus::red},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     HealthServer daemon([&](int) { return c.response; });
     auto controller = makeController(daemon.baseURL());
+    controller->setRequestTimeoutForTesting(3s);
     controller->poll();
     ASSERT_TRUE(waitForPolls(*controller, 1));
-    EXPECT_FALSE(controller->state().summary().has_value());
-    EXPECT_EQ(controller->state().status(), HealthStatus::red);
+    EXPECT_EQ(controller->state().status(), c.status);
+    EXPECT_EQ(controller->state().summary().has_value(), c.status == HealthStatus::green);
     EXPECT_EQ(controller->state().lastUpdated(), clock.now);
-    EXPECT_EQ(item->toolTip, "ZEV daemon unreachable");
   }
+}
+
+// An answer over the cap is worth one log line, not one every 5 seconds; it
+// is told again only once the daemon has answered sensibly in between.
+TEST_F(StatusItemControllerTest, OversizedAnswersAreLoggedOnceUntilASensibleOne) {
+  const std::string huge(StatusItemController::maxResponseBytes + 10, ' ');
+  HealthServer daemon([&](int n) {
+    return HealthServer::Response{200, n == 3 ? kHealthy : huge};
+  });
+  auto controller = makeController(daemon.baseURL());
+  for (int i = 0; i < 6; ++i) {
+    controller->poll();
+    ASSERT_TRUE(waitForPolls(*controller, 1));
+  }
+  const auto entries = log.entries();
+  const auto told = std::count_if(entries.begin(), entries.end(), [](const auto& e) {
+    return e.message.find("larger than 1048576 bytes") != std::string::npos;
+  });
+  EXPECT_EQ(told, 2);
 }
 
 TEST_F(StatusItemControllerTest, OverlappingPollsApplyInArrivalOrder) {
@@ -152,22 +182,22 @@ TEST_F(StatusItemControllerTest, OverlappingPollsApplyInArrivalOrder) {
 }
 
 TEST_F(StatusItemControllerTest, DestroyedWithRequestInFlightDoesNothingMore) {
-  HealthServer daemon([](int) { return HealthServer::Response{200, kHealthy, 200ms}; });
-  auto controller = makeController(daemon.baseURL());
-  controller->install();
-  controller->poll();
-  QTest::qWait(50);
-  controller.reset();
-  const QString titleAtDestruction = item->title;
-  QTest::qWait(400);  // the answers arrive, or would have
-  EXPECT_EQ(item->title, titleAtDestruction);
-
-  // Destroyed from a deferred delete while the popover is open, too.
+  HealthServer daemon([](int) { return HealthServer::Response{200, kHealthy, 1000ms}; });
+  // Destroyed from a deferred delete while the popover is open and its poll
+  // in flight: the popover goes with it and the late answer paints nothing.
   auto second = makeController(daemon.baseURL());
+  second->setRequestTimeoutForTesting(3s);
   second->install();
   second->togglePopover();
+  const QPointer<StatusItemController> gone(second.get());
+  const QPointer<PopoverView> popover(second->popover());
+  ASSERT_TRUE(popover && popover->isVisible());
+  const std::size_t imagesBefore = item->images.size();
   second.release()->deleteLater();
-  QTest::qWait(400);
+  QTest::qWait(1500);  // the answers arrive, or would have
+  EXPECT_TRUE(gone.isNull());
+  EXPECT_TRUE(popover.isNull());
+  EXPECT_EQ(item->images.size(), imagesBefore);
 }
 
 TEST_F(StatusItemControllerTest, TogglePopoverPollsWhenOpeningAndClosesWhenOpen) {
@@ -277,9 +307,23 @@ TEST_F(StatusItemControllerTest, RestartAlertIsModalAndPollingContinuesUnderIt) 
     int pollsWhileModal = -1;
     QString text, informative, defaultButton;
     QStringList buttons;
-    QTimer::singleShot(400ms, [&] {
+    // The alert is looked for until it shows; one that never shows fails the
+    // test (and nothing is left to block it).
+    QTimer finder;
+    QElapsedTimer sinceAsked;
+    sinceAsked.start();
+    finder.callOnTimeout([&] {
       auto* alert = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-      if (!alert) return;
+      if (!alert && sinceAsked.elapsed() < 5000) return;
+      finder.stop();
+      if (!alert) {
+        ADD_FAILURE() << "the restart alert never showed";
+        return;
+      }
+      if (sinceAsked.elapsed() < 400) {
+        finder.start(400 - int(sinceAsked.elapsed()));  // let polls run under it first
+        return;
+      }
       text = alert->text();
       informative = alert->informativeText();
       for (QAbstractButton* button : alert->buttons()) buttons << button->text();
@@ -289,6 +333,7 @@ TEST_F(StatusItemControllerTest, RestartAlertIsModalAndPollingContinuesUnderIt) 
         if (button->text() == choice) button->click();
       }
     });
+    finder.start(20);
     const int pollsBefore = controller->pollsStartedForTesting();
     controller->confirmRestart();
 
@@ -297,7 +342,7 @@ TEST_F(StatusItemControllerTest, RestartAlertIsModalAndPollingContinuesUnderIt) 
     EXPECT_TRUE(buttons.contains("Restart") && buttons.contains("Cancel"))
         << buttons.join(",").toStdString();
     EXPECT_EQ(defaultButton, "Restart");
-    EXPECT_GE(pollsWhileModal - pollsBefore, 5) << "the poll timer stalled under the alert";
+    EXPECT_GE(pollsWhileModal - pollsBefore, 2) << "the poll timer stalled under the alert";
     EXPECT_EQ(calls, std::string(choice) == "Restart" ? std::vector<std::string>{"restart"}
                                                       : std::vector<std::string>{});
   }
@@ -335,10 +380,6 @@ TEST(StatusItemDotImage, IsATransparentSquareWithACentredDotOfTheStatusColour) {
       for (QPoint corner :
            {QPoint(0, 0), QPoint(side - 1, 0), QPoint(0, side - 1), QPoint(side - 1, side - 1)}) {
         EXPECT_EQ(qAlpha(image.pixel(corner)), 0);
-      }
-      // The edge midpoints lie in the inset ring, outside the circle.
-      if (scale >= 2.0) {
-        EXPECT_EQ(qAlpha(image.pixel(side / 2, 0)), 0);
       }
       EXPECT_EQ(image.pixelColor(side / 2, side / 2).rgb(), c.color.rgb());
     }

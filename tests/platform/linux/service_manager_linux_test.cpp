@@ -95,59 +95,95 @@ TEST(AutostartEntry, QuotesTheExecutableSoNoCharacterIsReadAsSyntax) {
   }
 }
 
-// systemctl's answers are those systemd 252 gives; the fake plays a user
-// manager's unit files when a case tells it nothing.
-TEST_F(LinuxServiceManagerTest, AgentRegisterChecksLinksAndEnables_AndMapsAlreadyToCode12) {
-  const std::string linked = "~/.config/systemd/user/com.zev.zevd.service";
+// The user's unit names the zevd of the bundle registering it; "already
+// registered" is is-enabled's "enabled" for that very unit, never a word in
+// some other answer.
+TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEnabledAsIs) {
+  const fs::path installed = root / "config/systemd/user/com.zev.zevd.service";
+  const auto unitFor = [](const fs::path& bundlePath) {
+    return "[Service]\nExecStart=\"" + (bundlePath / "Contents/Helpers/zevd").string() + "\"\n";
+  };
   struct Case {
     const char* name;
-    const char* subcommand;  // told to answer as below; nullptr: the fake's own answers
+    fs::path bundle;
+    const char* subcommand;  // told to answer as below
     int exitStatus;
-    std::string output;
+    const char* output;
     std::optional<int> code;  // nothing: registered
-    int calls;                // how far it got: is-enabled, link, enable
-    std::string status;       // statusDescription afterwards ("": not asked)
+    int calls;  // how far it got: is-enabled, daemon-reload (for a changed unit), enable
   };
   const Case cases[] = {
-      {"first registration", nullptr, 0, "", std::nullopt, 3, "enabled"},
-      {"enabled already", "is-enabled", 0, "enabled\n", ServiceError::alreadyRegistered, 1,
-       "enabled"},
-      {"linked from another bundle", "link", 1,
-       "Failed to link unit, file \"" + linked +
-           "\" already exists and is a symlink to \"/old/ZEV.app/com.zev.zevd.service\".\n",
-       ServiceError::alreadyRegistered, 2,
-       "unknown (Failed to get unit file state for com.zev.zevd.service: No such file or directory)"},
-      {"masked", "enable", 1, "Failed to enable unit: Unit file " + linked + " is masked.\n", 1, 3,
-       "linked"},
+      {"first registration", bundle, "is-enabled", 1, "disabled\n", std::nullopt, 3},
+      {"enabled, same bundle", bundle, "is-enabled", 0, "enabled\n",
+       ServiceError::alreadyRegistered, 1},
+      {"enabled, bundle moved", root / "moved/ZEV.app", "is-enabled", 0, "enabled\n",
+       std::nullopt, 3},
+      {"'already' in a failure", bundle, "enable", 1,
+       "Failed to enable unit: File already exists and is masked.\n", 1, 3},
+      {"no user manager", root / "third/ZEV.app", "daemon-reload", 1, "Failed to connect to bus: No medium found\n",
+       1, 2},
   };
   const std::vector<std::string> expectedCalls = {"--user is-enabled com.zev.zevd.service",
-                                                  "--user link " + unitFile.string(),
+                                                  "--user daemon-reload",
                                                   "--user enable com.zev.zevd.service"};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
+    fs::create_directories(c.bundle / "Contents/Library/systemd/user");
+    std::ofstream(c.bundle / "Contents/Library/systemd/user/com.zev.zevd.service")
+        << "[Service]\nExecStart=/bin/true\n";
     testing::FakeSystemctl systemctl;
-    if (c.subcommand) systemctl.answer(c.subcommand, c.exitStatus, c.output);
-    const auto service = manager().agentService("com.zev.zevd.plist");
-    const auto error = service->registerService();
+    systemctl.answer(c.subcommand, c.exitStatus, c.output);
+    const auto error =
+        LinuxServiceManager(c.bundle, c.bundle / "Contents/Linux/ZEVLauncher", root / "config")
+            .agentService("com.zev.zevd.plist")
+            ->registerService();
     EXPECT_EQ(error.has_value(), c.code.has_value());
-    if (error && c.code) {
-      EXPECT_EQ(error->code, *c.code);
-    }
+    if (error && c.code) EXPECT_EQ(error->code, *c.code);
     EXPECT_EQ(systemctl.calls(),
               std::vector(expectedCalls.begin(), expectedCalls.begin() + c.calls));
-    if (!c.status.empty()) {
-      EXPECT_EQ(service->statusDescription(), c.status);
-    }
+    std::ifstream in(installed);
+    std::ostringstream text;
+    text << in.rdbuf();
+    EXPECT_EQ(text.str(), unitFor(c.bundle));
+  }
+  // A quote, a percent sign or a dollar in the path stays one literal word.
+  EXPECT_EQ(unitForDaemon("[Unit]\nA=b\n[Service]\nExecStart=/old\nExecStart=/older\n",
+                          "/a \"b\"/100%/$HOME/zevd"),
+            "[Unit]\nA=b\n[Service]\nExecStart=\"/a \\\"b\\\"/100%%/$$HOME/zevd\"\n");
+}
+
+TEST_F(LinuxServiceManagerTest, AutostartSwitchedOffByTheUserStaysOff) {
+  struct Case {
+    const char* name;
+    const char* entry;
+    bool left;
+  };
+  const Case cases[] = {
+      {"Hidden", "[Desktop Entry]\nExec=x\nHidden=true\n", true},
+      {"GNOME switch", "[Desktop Entry]\nX-GNOME-Autostart-enabled = false\r\n", true},
+      {"switch in another group", "[Desktop Entry]\nExec=x\n[Desktop Action a]\nHidden=true\n",
+       false},
+      {"switched on", "[Desktop Entry]\nHidden=false\nX-GNOME-Autostart-enabled=true\n", false},
+  };
+  const fs::path entry = root / "config/autostart/com.zev.launcher.desktop";
+  fs::create_directories(entry.parent_path());
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::ofstream(entry) << c.entry;
+    const auto error = manager().mainAppService()->registerService();
+    EXPECT_EQ(error.has_value(), c.left);
+    if (error) EXPECT_EQ(error->code, ServiceError::switchedOffByUser);
+    EXPECT_EQ(entryText() == c.entry, c.left);
   }
 }
 
 TEST_F(LinuxServiceManagerTest, AgentRegisterFailureSaysWhichCommandFailedAndWhy) {
   testing::FakeSystemctl systemctl;
-  systemctl.answer("link", 1, "Failed to link unit: Read-only file system\n");
+  systemctl.answer("daemon-reload", 1, "Failed to reload daemon: Access denied\n");
   const auto error = manager().agentService("com.zev.zevd.plist")->registerService();
   ASSERT_TRUE(error);
-  EXPECT_EQ(error->localizedDescription, "systemctl --user link " + unitFile.string() +
-                                             " exited 1: Failed to link unit: Read-only file system");
+  EXPECT_EQ(error->localizedDescription,
+            "systemctl --user daemon-reload exited 1: Failed to reload daemon: Access denied");
   EXPECT_EQ(error->fullDescription,
             "Error Domain=systemd Code=1 \"" + error->localizedDescription + "\"");
 }
@@ -161,7 +197,7 @@ TEST_F(LinuxServiceManagerTest, AgentRegisterFailsWithoutSystemctl_OrWhenItHangs
     EXPECT_EQ(manager().kickstartCommand("com.zev.zevd").path, "systemctl");
   }
   testing::FakeSystemctl systemctl;
-  systemctl.delay("link", 30);
+  systemctl.delay("enable", 30);
   const auto error =
       manager(std::chrono::milliseconds(300)).agentService("com.zev.zevd.plist")->registerService();
   ASSERT_TRUE(error);
