@@ -37,8 +37,11 @@ void AppDelegate::installNotifications(std::function<void()> openLogWindow) {
     notifyUpdateFinished(*m_finishedUpdateToAnnounce);
     m_finishedUpdateToAnnounce.reset();
   }
-  status->popover()->setNotificationsToggle(m_notifications->enabled(), [self](bool on) {
-    if (self && self->m_notifications) self->m_notifications->setEnabled(on);
+  status->whenPopoverBuilt([self](PopoverView& popover) {
+    if (!self || !self->m_notifications) return;
+    popover.setNotificationsToggle(self->m_notifications->enabled(), [self](bool on) {
+      if (self && self->m_notifications) self->m_notifications->setEnabled(on);
+    });
   });
 }
 

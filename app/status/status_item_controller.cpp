@@ -53,6 +53,14 @@ StatusItemController::StatusItemController(std::unique_ptr<StatusItem> statusIte
   m_session->setProxy(QNetworkProxy::NoProxy);
 }
 
+void StatusItemController::whenPopoverBuilt(std::function<void(PopoverView&)> setUp) {
+  if (m_popover) {
+    setUp(*m_popover);
+  } else {
+    m_popoverSetUps.push_back(std::move(setUp));
+  }
+}
+
 PopoverView& StatusItemController::ensurePopover() {
   if (m_popover) return *m_popover;
   // Built on the first click, not at start-up: most runs never open it, and
@@ -77,6 +85,7 @@ PopoverView& StatusItemController::ensurePopover() {
       m_sincePopoverClosed.invalidate();
     }
   });
+  for (auto& setUp : std::exchange(m_popoverSetUps, {})) setUp(*m_popover);
   return *m_popover;
 }
 

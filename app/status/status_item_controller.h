@@ -17,6 +17,7 @@
 #include <QUrl>
 #include <chrono>
 #include <functional>
+#include <vector>
 #include <memory>
 #include <optional>
 
@@ -93,6 +94,9 @@ class StatusItemController : public QObject {
   const HealthState& state() const { return *m_state; }
   // The popover, built on first use.
   PopoverView* popover() { return &ensurePopover(); }
+  // Runs on the popover once it exists (now, or when it is first built), so
+  // that additions to it need not build it at start-up.
+  void whenPopoverBuilt(std::function<void(PopoverView&)> setUp);
   bool isPopoverShown() const;
   QUrl healthURL() const;
   // The last applied poll as the notification rules read it; its summary
@@ -118,6 +122,7 @@ class StatusItemController : public QObject {
 
   std::unique_ptr<StatusItem> m_statusItem;
   std::unique_ptr<PopoverView> m_popover;
+  std::vector<std::function<void(PopoverView&)>> m_popoverSetUps;
   std::unique_ptr<HealthState> m_state;
   QUrl m_baseURL;
   std::chrono::milliseconds m_pollInterval = defaultPollInterval;
