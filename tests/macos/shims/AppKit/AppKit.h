@@ -1,7 +1,8 @@
 // GNUstep's AppKit plus the AppKit API of the macOS 14 SDK that GNUstep 0.29
-// lacks and the adapters use, declared from Apple's AppKit reference. The
-// availability attributes record the macOS version that introduced each
-// (clang ignores them when compiling for Linux). Declarations only.
+// lacks and the adapters use (only that), declared from Apple's AppKit
+// reference. The availability attributes record the macOS version that
+// introduced each (clang ignores them when compiling for Linux). Declarations
+// only.
 #ifndef ZEV_SHIM_APPKIT_H_
 #define ZEV_SHIM_APPKIT_H_
 
@@ -14,7 +15,6 @@
 // NSApplicationActivationPolicy itself is in GNUstep (NSRunningApplication.h).
 @interface NSApplication (ZEVShimMacOS14)
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy ZEV_SHIM_MACOS(10.6);
-- (NSApplicationActivationPolicy)activationPolicy ZEV_SHIM_MACOS(10.6);
 // Replaces activateIgnoringOtherApps:, deprecated from macOS 14.
 - (void)activate ZEV_SHIM_MACOS(14.0);
 @end
@@ -30,8 +30,7 @@ static const NSCellImagePosition NSImageLeading = static_cast<NSCellImagePositio
 @interface NSImage (ZEVShimMacOS14)
 - (instancetype)initWithCGImage:(CGImageRef)cgImage size:(NSSize)size ZEV_SHIM_MACOS(10.6);
 // The SDK spells this `@property(getter=isTemplate) BOOL template;`, a name
-// Objective-C++ can only reach through the accessors.
-- (BOOL)isTemplate ZEV_SHIM_MACOS(10.5);
+// Objective-C++ can only reach through the accessors; the adapters set it.
 - (void)setTemplate:(BOOL)isTemplate ZEV_SHIM_MACOS(10.5);
 // SF Symbols.
 + (nullable NSImage*)imageWithSystemSymbolName:(NSString*)name

@@ -11,13 +11,9 @@
 typedef NSObject<OS_dispatch_queue>* dispatch_queue_t;
 typedef void (^dispatch_block_t)(void);
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 dispatch_queue_t dispatch_get_main_queue(void);
 void dispatch_async(dispatch_queue_t queue, dispatch_block_t block);
-#ifdef __cplusplus
 }
-#endif
 
 #endif  // ZEV_SHIM_DISPATCH_H_
