@@ -9,8 +9,6 @@
 #include <sys/sysmacros.h>
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -18,7 +16,7 @@
 namespace zev::testing {
 
 struct ArchiveEntrySpec {
-  enum class Type { file, directory, symlink, hardlink, device, fifo };
+  enum class Type { file, directory, symlink, hardlink, device };
   Type type = Type::file;
   std::string path;
   std::string data;  // file content, or the target of a link
@@ -36,7 +34,7 @@ inline std::vector<std::uint8_t> buildArchive(const std::vector<ArchiveEntrySpec
     archive_write_set_format_pax_restricted(a);
     if (format == ArchiveFormat::tarXz) archive_write_add_filter_xz(a);
   }
-  std::vector<std::uint8_t> out(std::size_t{16} << 20);
+  std::vector<std::uint8_t> out(std::size_t{1} << 20);
   size_t used = 0;
   if (archive_write_open_memory(a, out.data(), out.size(), &used) != ARCHIVE_OK) {
     throw std::runtime_error(archive_error_string(a));
@@ -64,7 +62,6 @@ inline std::vector<std::uint8_t> buildArchive(const std::vector<ArchiveEntrySpec
         archive_entry_set_filetype(e, AE_IFCHR);
         archive_entry_set_rdev(e, makedev(1, 3));
         break;
-      case T::fifo: archive_entry_set_filetype(e, AE_IFIFO); break;
     }
     if (archive_write_header(a, e) != ARCHIVE_OK) throw std::runtime_error(archive_error_string(a));
     if (spec.type == T::file && !spec.data.empty()) {
@@ -86,11 +83,6 @@ inline std::vector<ArchiveEntrySpec> minimalBundleEntries() {
       {T::file, "ZEV.app/Contents/Info.plist", "<plist/>", 0644},
       {T::file, "ZEV.app/Contents/Linux/ZEVLauncher", "#!/bin/sh\n", 0755},
   };
-}
-
-inline void writeBytes(const std::filesystem::path& file, const std::vector<std::uint8_t>& bytes) {
-  std::ofstream(file, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 }  // namespace zev::testing
