@@ -6,7 +6,6 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include <cstdint>
 #include <stdexcept>
@@ -16,7 +15,9 @@
 namespace zev::testing {
 
 struct ArchiveEntrySpec {
-  enum class Type { file, directory, symlink, hardlink, device };
+  enum class Type : unsigned {
+    file = AE_IFREG, directory = AE_IFDIR, symlink = AE_IFLNK, device = AE_IFCHR, hardlink = 1
+  };
   Type type = Type::file;
   std::string path;
   std::string data;  // file content, or the target of a link
@@ -44,25 +45,10 @@ inline std::vector<std::uint8_t> buildArchive(const std::vector<ArchiveEntrySpec
     archive_entry_set_pathname(e, spec.path.c_str());
     archive_entry_set_perm(e, spec.mode);
     using T = ArchiveEntrySpec::Type;
-    switch (spec.type) {
-      case T::file:
-        archive_entry_set_filetype(e, AE_IFREG);
-        archive_entry_set_size(e, static_cast<la_int64_t>(spec.data.size()));
-        break;
-      case T::directory: archive_entry_set_filetype(e, AE_IFDIR); break;
-      case T::symlink:
-        archive_entry_set_filetype(e, AE_IFLNK);
-        archive_entry_set_symlink(e, spec.data.c_str());
-        break;
-      case T::hardlink:
-        archive_entry_set_filetype(e, AE_IFREG);
-        archive_entry_set_hardlink(e, spec.data.c_str());
-        break;
-      case T::device:
-        archive_entry_set_filetype(e, AE_IFCHR);
-        archive_entry_set_rdev(e, makedev(1, 3));
-        break;
-    }
+    archive_entry_set_filetype(e, spec.type == T::hardlink ? AE_IFREG : unsigned(spec.type));
+    if (spec.type == T::file) archive_entry_set_size(e, la_int64_t(spec.data.size()));
+    if (spec.type == T::symlink) archive_entry_set_symlink(e, spec.data.c_str());
+    if (spec.type == T::hardlink) archive_entry_set_hardlink(e, spec.data.c_str());
     if (archive_write_header(a, e) != ARCHIVE_OK) throw std::runtime_error(archive_error_string(a));
     if (spec.type == T::file && !spec.data.empty()) {
       archive_write_data(a, spec.data.data(), spec.data.size());
