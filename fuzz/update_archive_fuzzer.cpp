@@ -25,10 +25,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const zev::UnpackLimits limits{.maxTotalBytes = 16u << 20, .maxEntries = 2000};
   const auto error = zev::unpackUpdateArchiveBytes(std::span(data, size), staging, limits);
   if (std::distance(fs::directory_iterator(root), {}) != 1) __builtin_trap();
-  if (!error && (std::distance(fs::directory_iterator(staging), {}) != 1 ||
-                 !fs::is_regular_file(fs::symlink_status(staging / "ZEV.app/Contents/Info.plist")))) {
-    __builtin_trap();
-  }
+  const auto plist = fs::symlink_status(staging / "ZEV.app/Contents/Info.plist");
+  const auto stagedEntries = std::distance(fs::directory_iterator(staging), {});
+  if (!error && (!fs::is_regular_file(plist) || stagedEntries != 1)) __builtin_trap();
   fs::remove_all(staging);
   return 0;
 }

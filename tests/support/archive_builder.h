@@ -15,9 +15,7 @@
 namespace zev::testing {
 
 struct ArchiveEntrySpec {
-  enum class Type : unsigned {
-    file = AE_IFREG, directory = AE_IFDIR, symlink = AE_IFLNK, device = AE_IFCHR, hardlink = 1
-  };
+  enum class Type { file, directory, symlink, device, hardlink };
   Type type = Type::file;
   std::string path;
   std::string data;  // file content, or the target of a link
@@ -45,7 +43,9 @@ inline std::vector<std::uint8_t> buildArchive(const std::vector<ArchiveEntrySpec
     archive_entry_set_pathname(e, spec.path.c_str());
     archive_entry_set_perm(e, spec.mode);
     using T = ArchiveEntrySpec::Type;
-    archive_entry_set_filetype(e, spec.type == T::hardlink ? AE_IFREG : unsigned(spec.type));
+    // A hard link is a regular file entry naming the file it links to.
+    constexpr unsigned fileTypes[] = {AE_IFREG, AE_IFDIR, AE_IFLNK, AE_IFCHR, AE_IFREG};
+    archive_entry_set_filetype(e, fileTypes[static_cast<int>(spec.type)]);
     if (spec.type == T::file) archive_entry_set_size(e, la_int64_t(spec.data.size()));
     if (spec.type == T::symlink) archive_entry_set_symlink(e, spec.data.c_str());
     if (spec.type == T::hardlink) archive_entry_set_hardlink(e, spec.data.c_str());

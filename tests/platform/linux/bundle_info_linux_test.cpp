@@ -40,8 +40,10 @@ TEST(InfoPlist, KeepsStringValues_AndMarksOtherTypesAsNotAString) {
   <key>Empty</key><string/>
   <key>ZEVReliabilityDirectory</key><string>~/a &amp; b/&lt;rel&gt;</string>
 </dict></plist>)");
-  EXPECT_EQ(info, (InfoDictionary{{"Nested", std::nullopt}, {"List", std::nullopt},
-                                  {"Flag", std::nullopt}, {"Empty", ""},
+  EXPECT_EQ(info, (InfoDictionary{{"Nested", std::nullopt},
+                                  {"List", std::nullopt},
+                                  {"Flag", std::nullopt},
+                                  {"Empty", ""},
                                   {"ZEVReliabilityDirectory", "~/a & b/<rel>"}}));
 }
 

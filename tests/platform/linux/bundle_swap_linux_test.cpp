@@ -80,7 +80,8 @@ TEST(RecoverInterruptedSwap, IgnoresAMalformedNote) {
   makeBundle(scratch.path() / "etc/ZEV.app", "B");
   fs::create_directory(scratch.path() / "apps");
   std::ofstream(scratch.path() / "apps" / swapNoteName) << "../etc\n";
-  EXPECT_EQ(recoverInterruptedSwap(scratch.path() / "apps/ZEV.app"), "ignored a malformed swap note");
+  EXPECT_EQ(recoverInterruptedSwap(scratch.path() / "apps/ZEV.app"),
+            "ignored a malformed swap note");
   EXPECT_FALSE(fs::exists(scratch.path() / "apps/ZEV.app"));
   EXPECT_FALSE(fs::exists(scratch.path() / "apps" / swapNoteName));
 }

@@ -33,21 +33,18 @@ TEST(UnpackUpdateArchive, RefusesEntriesThatCouldReachOutside) {
   const Case cases[] = {
       {"dot-dot", {{T::file, "ZEV.app/../../evil", "x"}}, "entry escapes the staging directory"},
       {"other top level", {{T::file, "Other.app/x", "x"}}, "entry outside ZEV.app"},
-      {"link climbing out", {{T::symlink, "ZEV.app/Contents/out", "../.."}},
-       "link pointing outside the bundle refused"},
-      {"absolute link", {{T::symlink, "ZEV.app/Contents/passwd", "/etc/passwd"}},
-       "link pointing outside the bundle refused"},
+      {"link climbing out", {{T::symlink, "ZEV.app/Contents/out", "../.."}}, "link pointing out"},
+      {"absolute link", {{T::symlink, "ZEV.app/Contents/pw", "/etc/passwd"}}, "link pointing out"},
       // Deep/L resolves to ZEV.app, so Linux/M would be the staging directory
       // although it climbs no higher than its own depth.
       {"climb after a name",
        {{T::symlink, "ZEV.app/Contents/Deep/L", "../.."},
         {T::symlink, "ZEV.app/Contents/Linux/M", "../Deep/L/.."}},
-       "link pointing outside the bundle refused"},
+       "link pointing out"},
       {"write through a link",
        {{T::symlink, "ZEV.app/Contents/L", "."}, {T::file, "ZEV.app/Contents/L/x", "x"}},
        "entry goes through a link or file"},
-      {"hard link", {{T::hardlink, "ZEV.app/Contents/h", "ZEV.app/Contents/Info.plist"}},
-       "hard link refused"},
+      {"hard link", {{T::hardlink, "ZEV.app/Contents/h", "ZEV.app/Contents/x"}}, "hard link"},
       {"device", {{T::device, "ZEV.app/Contents/null", ""}}, "special file refused"},
       {"duplicate", {{T::file, "ZEV.app/Contents/Info.plist", "again"}}, "duplicate entry"},
       {"bundle is a file", {{T::file, "ZEV.app", "x"}}, "ZEV.app is not a directory"},
@@ -57,7 +54,8 @@ TEST(UnpackUpdateArchive, RefusesEntriesThatCouldReachOutside) {
     testing::ScratchDirectory scratch;
     auto entries = testing::minimalBundleEntries();
     entries.insert(entries.end(), c.extra.begin(), c.extra.end());
-    const auto error = unpackInto(scratch, testing::buildArchive(entries, testing::ArchiveFormat::tar));
+    const auto error =
+        unpackInto(scratch, testing::buildArchive(entries, testing::ArchiveFormat::tar));
     ASSERT_TRUE(error.has_value());
     EXPECT_EQ(error->rfind(c.error, 0), 0u) << *error;
     EXPECT_EQ(std::distance(fs::directory_iterator(scratch.path()), {}), 1);
@@ -67,11 +65,13 @@ TEST(UnpackUpdateArchive, RefusesEntriesThatCouldReachOutside) {
 // The minimal bundle is three entries holding 18 bytes. Accepted here as a
 // zip; plain tar is the updater tests', tar.xz the end-to-end check's.
 TEST(UnpackUpdateArchive, RefusesBrokenArchivesAndHoldsItsLimitsToTheByte) {
-  const auto good = testing::buildArchive(testing::minimalBundleEntries(), testing::ArchiveFormat::zip);
+  const auto good =
+      testing::buildArchive(testing::minimalBundleEntries(), testing::ArchiveFormat::zip);
   // Cut in half. (A zip cut after its last entry still unpacks: its data is
   // read as it streams, and the signature check comes first anyway.)
   const auto xz = testing::buildArchive(testing::minimalBundleEntries());
   const std::vector<std::uint8_t> truncated(xz.begin(), xz.begin() + xz.size() / 2);
+  const std::vector<std::uint8_t> noise(4096, 0x5a);
   const auto noPlist =
       testing::buildArchive({{T::file, "ZEV.app/Contents/Linux/ZEVLauncher", "x", 0755}});
   struct Case {
@@ -82,7 +82,7 @@ TEST(UnpackUpdateArchive, RefusesBrokenArchivesAndHoldsItsLimitsToTheByte) {
   };
   const Case cases[] = {
       {"truncated", truncated, {}, ""},
-      {"not an archive", std::vector<std::uint8_t>(4096, 0x5a), {}, "not a readable update archive"},
+      {"not an archive", noise, {}, "not a readable update archive"},
       {"empty", {}, {}, ""},
       {"no Info.plist", noPlist, {}, "archive's ZEV.app has no Contents/Info.plist"},
       {"bytes at the limit", good, {.maxTotalBytes = 18}, std::nullopt},

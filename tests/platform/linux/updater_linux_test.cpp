@@ -124,10 +124,9 @@ struct Fixture {
   void serve(const std::string& version, const std::string& archive, const std::string& signature,
              std::size_t length = 0) {
     std::ofstream(feed / "appcast.xml")
-        << "<?xml version=\"1.0\"?><rss version=\"2.0\" xmlns:sparkle="
-           "\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><item><sparkle:version>"
-        << version << "</sparkle:version><enclosure url=\"update.tar\" length=\""
-        << (length ? length : archive.size()) << "\""
+        << "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>"
+        << "<item><sparkle:version>" << version << "</sparkle:version><enclosure url=\"update.tar\""
+        << " length=\"" << (length ? length : archive.size()) << "\""
         << (signature.empty() ? "" : " sparkle:edSignature=\"" + signature + "\"")
         << "/></item></channel></rss>";
     std::ofstream(feed / "update.tar", std::ios::binary) << archive;
@@ -164,7 +163,7 @@ TEST(LinuxUpdater, StagesASignedUpdateAndSwapsItInWhenReleased) {
   EXPECT_EQ(f.errors(), "");
   ASSERT_EQ(f.delegate.offered, std::vector<std::string>{"quit:2.0"});
   EXPECT_EQ(installedVersion(f.bundleInfo.bundle), "1.0");  // nothing before the release
-  EXPECT_TRUE(fs::is_empty(f.cache));                        // the download is gone
+  EXPECT_TRUE(fs::is_empty(f.cache));                       // the download is gone
 
   f.updater->checkForUpdatesInBackground();  // it may still be preparing: not offered twice
   EXPECT_EQ(f.delegate.offered.size(), 1u);
@@ -195,7 +194,7 @@ TEST(LinuxUpdater, RefusesBadUpdatesWithALogLineAndLeavesNothingBehind) {
       {[&](Fixture& f) { f.serve("2.0", good, manifest::sign(good, stranger.secretKey)); },
        "signature does not verify"},
       {[&](Fixture& f) { f.serve("2.0", good, ""); }, "the archive is not signed"},
-      {[&](Fixture& f) { f.serve("2.0", good.substr(0, good.size() - 100), f.sign(good), good.size()); },
+      {[&](Fixture& f) { f.serve("2.0", good.substr(100), f.sign(good), good.size()); },
        "truncated download"},
       {[&](Fixture& f) { f.serve("2.0", good, f.sign(good), 100); },
        "larger than the feed announced"},
