@@ -6,11 +6,8 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -18,7 +15,7 @@
 namespace zev::testing {
 
 struct ArchiveEntrySpec {
-  enum class Type { file, directory, symlink, hardlink, device, fifo };
+  enum class Type { file, directory, symlink, device, hardlink };
   Type type = Type::file;
   std::string path;
   std::string data;  // file content, or the target of a link
@@ -36,7 +33,7 @@ inline std::vector<std::uint8_t> buildArchive(const std::vector<ArchiveEntrySpec
     archive_write_set_format_pax_restricted(a);
     if (format == ArchiveFormat::tarXz) archive_write_add_filter_xz(a);
   }
-  std::vector<std::uint8_t> out(std::size_t{16} << 20);
+  std::vector<std::uint8_t> out(std::size_t{1} << 20);
   size_t used = 0;
   if (archive_write_open_memory(a, out.data(), out.size(), &used) != ARCHIVE_OK) {
     throw std::runtime_error(archive_error_string(a));
@@ -46,26 +43,12 @@ inline std::vector<std::uint8_t> buildArchive(const std::vector<ArchiveEntrySpec
     archive_entry_set_pathname(e, spec.path.c_str());
     archive_entry_set_perm(e, spec.mode);
     using T = ArchiveEntrySpec::Type;
-    switch (spec.type) {
-      case T::file:
-        archive_entry_set_filetype(e, AE_IFREG);
-        archive_entry_set_size(e, static_cast<la_int64_t>(spec.data.size()));
-        break;
-      case T::directory: archive_entry_set_filetype(e, AE_IFDIR); break;
-      case T::symlink:
-        archive_entry_set_filetype(e, AE_IFLNK);
-        archive_entry_set_symlink(e, spec.data.c_str());
-        break;
-      case T::hardlink:
-        archive_entry_set_filetype(e, AE_IFREG);
-        archive_entry_set_hardlink(e, spec.data.c_str());
-        break;
-      case T::device:
-        archive_entry_set_filetype(e, AE_IFCHR);
-        archive_entry_set_rdev(e, makedev(1, 3));
-        break;
-      case T::fifo: archive_entry_set_filetype(e, AE_IFIFO); break;
-    }
+    // A hard link is a regular file entry naming the file it links to.
+    constexpr unsigned fileTypes[] = {AE_IFREG, AE_IFDIR, AE_IFLNK, AE_IFCHR, AE_IFREG};
+    archive_entry_set_filetype(e, fileTypes[static_cast<int>(spec.type)]);
+    if (spec.type == T::file) archive_entry_set_size(e, la_int64_t(spec.data.size()));
+    if (spec.type == T::symlink) archive_entry_set_symlink(e, spec.data.c_str());
+    if (spec.type == T::hardlink) archive_entry_set_hardlink(e, spec.data.c_str());
     if (archive_write_header(a, e) != ARCHIVE_OK) throw std::runtime_error(archive_error_string(a));
     if (spec.type == T::file && !spec.data.empty()) {
       archive_write_data(a, spec.data.data(), spec.data.size());
@@ -86,11 +69,6 @@ inline std::vector<ArchiveEntrySpec> minimalBundleEntries() {
       {T::file, "ZEV.app/Contents/Info.plist", "<plist/>", 0644},
       {T::file, "ZEV.app/Contents/Linux/ZEVLauncher", "#!/bin/sh\n", 0755},
   };
-}
-
-inline void writeBytes(const std::filesystem::path& file, const std::vector<std::uint8_t>& bytes) {
-  std::ofstream(file, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 }  // namespace zev::testing
