@@ -63,15 +63,6 @@ class FakeAppActivation : public AppActivation {
 
 struct FakePlatform {
   FakePlatform() {
-    launcherLog = install<FakeSystemLog>(m_platform.launcherLog);
-    statusItemLog = install<FakeSystemLog>(m_platform.statusItemLog);
-    serviceManager = install<FakeServiceManager>(m_platform.serviceManager);
-    bundleInfo = install<FakeBundleInfo>(m_platform.bundleInfo);
-    workspace = install<FakeWorkspace>(m_platform.workspace);
-    activation = install<FakeAppActivation>(m_platform.activation);
-    updater = install<FakeUpdater>(m_platform.updater);
-    archiveTool = install<FakeArchiveTool>(m_platform.archiveTool);
-    notifier = install<FakeNotifier>(m_platform.notifier);
     m_platform.makeStatusItem = [this]() -> std::unique_ptr<StatusItem> {
       ++statusItemsMade;
       return statusItemFactory ? statusItemFactory() : nullptr;
@@ -84,18 +75,6 @@ struct FakePlatform {
   // Hands the Platform over (once). The fakes must outlive it.
   Platform take() { return std::move(m_platform); }
 
-  FakeSystemLog* launcherLog;
-  FakeSystemLog* statusItemLog;
-  FakeServiceManager* serviceManager;
-  FakeBundleInfo* bundleInfo;
-  FakeWorkspace* workspace;
-  FakeAppActivation* activation;
-  FakeUpdater* updater;
-  FakeArchiveTool* archiveTool;
-  FakeNotifier* notifier;
-  int statusItemsMade = 0;
-  std::function<std::unique_ptr<StatusItem>()> statusItemFactory;
-
  private:
   // Puts a new fake into the platform's `slot` and returns it.
   template <typename Fake, typename Slot>
@@ -106,7 +85,20 @@ struct FakePlatform {
     return pointer;
   }
 
-  Platform m_platform;
+  Platform m_platform;  // before the fakes, which are put into it as they are made
+
+ public:
+  FakeSystemLog* launcherLog = install<FakeSystemLog>(m_platform.launcherLog);
+  FakeSystemLog* statusItemLog = install<FakeSystemLog>(m_platform.statusItemLog);
+  FakeServiceManager* serviceManager = install<FakeServiceManager>(m_platform.serviceManager);
+  FakeBundleInfo* bundleInfo = install<FakeBundleInfo>(m_platform.bundleInfo);
+  FakeWorkspace* workspace = install<FakeWorkspace>(m_platform.workspace);
+  FakeAppActivation* activation = install<FakeAppActivation>(m_platform.activation);
+  FakeUpdater* updater = install<FakeUpdater>(m_platform.updater);
+  FakeArchiveTool* archiveTool = install<FakeArchiveTool>(m_platform.archiveTool);
+  FakeNotifier* notifier = install<FakeNotifier>(m_platform.notifier);
+  int statusItemsMade = 0;
+  std::function<std::unique_ptr<StatusItem>()> statusItemFactory;
 };
 
 }  // namespace zev::testing

@@ -9,11 +9,10 @@
 //
 // Subcommands not answered behave as systemd 252's do on a user unit's files:
 // is-enabled fails with "Failed to get unit file state for U: No such file or
-// directory" until `link` (then "linked", exit 1) and `enable` ("enabled",
-// exit 0); enable fails for a unit never linked nor written into the user's
-// unit directory (a `daemon-reload` stands for the manager having read one
-// written there); disable forgets the unit; link, enable, disable,
-// daemon-reload and everything else say nothing and exit 0.
+// directory" until `enable` (then "enabled", exit 0); enable fails for a unit
+// never written into the user's unit directory (a `daemon-reload` stands for
+// the manager having read one written there); disable forgets the unit;
+// enable, disable, daemon-reload and everything else say nothing and exit 0.
 #ifndef ZEV_TESTS_APP_FAKES_FAKE_SYSTEMCTL_H_
 #define ZEV_TESTS_APP_FAKES_FAKE_SYSTEMCTL_H_
 
@@ -46,7 +45,6 @@ state="$dir/$unit.state"
 case "$sub" in
   is-enabled) [ -f "$state" ] || { echo "Failed to get unit file state for $unit: No such file or directory" >&2; exit 1; }
               cat "$state"; grep -qx enabled "$state"; exit ;;
-  link) [ -f "$state" ] || echo linked > "$state" ;;
   daemon-reload) touch "$dir/reloaded" ;;
   enable) [ -f "$state" ] || [ -f "$dir/reloaded" ] || { echo "Failed to enable unit: Unit file $unit does not exist." >&2; exit 1; }
           echo enabled > "$state" ;;

@@ -6,11 +6,11 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
-#include <QProcess>
 #include <QTest>
 #include <QUrl>
 
 #include "app/fakes/qt_test_main.h"
+#include "platform/linux/private_bus.h"
 
 namespace zev {
 namespace {
@@ -19,31 +19,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr int kWaitMS = 10000;
-
-// A private session bus for the test, so the result does not depend on the
-// desktop (or lack of one) the tests run in.
-class PrivateBus {
- public:
-  PrivateBus() {
-    m_daemon.start("dbus-daemon", {"--session", "--nofork", "--print-address=1"});
-    if (m_daemon.waitForReadyRead(kWaitMS)) address = QString::fromUtf8(m_daemon.readLine()).trimmed();
-  }
-  ~PrivateBus() {
-    for (const QString& name : m_connections) QDBusConnection::disconnectFromBus(name);
-    m_daemon.kill();
-    m_daemon.waitForFinished();
-  }
-  QDBusConnection connect(const QString& name) {
-    m_connections.append(name);
-    return QDBusConnection::connectToBus(address, name);
-  }
-
-  QString address;
-
- private:
-  QProcess m_daemon;
-  QStringList m_connections;
-};
 
 // Stands in for the desktop's file manager and remembers what it was shown.
 class FakeFileManager : public QDBusVirtualObject {
@@ -59,25 +34,22 @@ class FakeFileManager : public QDBusVirtualObject {
   }
 };
 
-// Remembers the URLs the workspace opens itself.
-struct RecordingOpener {
-  std::shared_ptr<QList<QUrl>> opened = std::make_shared<QList<QUrl>>();
-  LinuxWorkspace::UrlOpener function() {
-    return [opened = opened](const QUrl& url) { return opened->append(url), true; };
-  }
-};
+// An opener that remembers the URLs the workspace opens itself.
+LinuxWorkspace::UrlOpener recordingInto(QList<QUrl>& opened) {
+  return [&opened](const QUrl& url) { return opened.append(url), true; };
+}
 
 const QUrl kFolder(QStringLiteral("file:///home/tester/.zevd"));
 
 TEST(LinuxWorkspace, OpensTheContainingFolderWithoutASessionBus) {
-  RecordingOpener opener;
-  LinuxWorkspace(QDBusConnection(QStringLiteral("not-connected")), opener.function())
+  QList<QUrl> opened;
+  LinuxWorkspace(QDBusConnection(QStringLiteral("not-connected")), recordingInto(opened))
       .revealFile("/home/tester/.zevd/zevd.log");
-  EXPECT_THAT(*opener.opened, ElementsAre(kFolder));
+  EXPECT_THAT(opened, ElementsAre(kFolder));
 }
 
 TEST(LinuxWorkspace, AsksTheFileManagerToShowTheFile_OrFallsBackWhenNoneAnswers) {
-  PrivateBus bus;
+  testing::PrivateBus bus;
   if (bus.address.isEmpty()) GTEST_SKIP() << "dbus-daemon could not be started";
 
   QDBusConnection fileManagerBus = bus.connect(QStringLiteral("file-manager"));
@@ -86,20 +58,20 @@ TEST(LinuxWorkspace, AsksTheFileManagerToShowTheFile_OrFallsBackWhenNoneAnswers)
                                                    &fileManager));
   ASSERT_TRUE(fileManagerBus.registerService(QStringLiteral("org.freedesktop.FileManager1")));
 
-  RecordingOpener opener;
-  LinuxWorkspace workspace(bus.connect(QStringLiteral("launcher")), opener.function());
+  QList<QUrl> opened;
+  LinuxWorkspace workspace(bus.connect(QStringLiteral("launcher")), recordingInto(opened));
   workspace.revealFile("/home/tester/.zevd/zevd log.txt");
   ASSERT_TRUE(QTest::qWaitFor([&] { return !fileManager.shown.isEmpty(); }, kWaitMS));
   EXPECT_THAT(fileManager.shown,
               ElementsAre(QStringList{QStringLiteral("file:///home/tester/.zevd/zevd%20log.txt")}));
   QTest::qWait(50);  // an error answer, had there been one, would be in by now
-  EXPECT_THAT(*opener.opened, IsEmpty());
+  EXPECT_THAT(opened, IsEmpty());
 
   // The file manager leaves the bus: the folder is opened instead.
   ASSERT_TRUE(fileManagerBus.unregisterService(QStringLiteral("org.freedesktop.FileManager1")));
   workspace.revealFile("/home/tester/.zevd/zevd.log");
-  ASSERT_TRUE(QTest::qWaitFor([&] { return !opener.opened->isEmpty(); }, kWaitMS));
-  EXPECT_THAT(*opener.opened, ElementsAre(kFolder));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !opened.isEmpty(); }, kWaitMS));
+  EXPECT_THAT(opened, ElementsAre(kFolder));
   EXPECT_EQ(fileManager.shown.size(), 1);
 }
 
