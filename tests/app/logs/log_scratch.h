@@ -8,6 +8,7 @@
 #include <QTest>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 namespace zev::testing {
@@ -15,9 +16,6 @@ namespace zev::testing {
 class LogScratch {
  public:
   LogScratch() {
-    m_home = std::filesystem::temp_directory_path() /
-             ("zev-logwin-" + std::to_string(::getpid()) + "-" +
-              ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::remove_all(m_home);
     std::filesystem::create_directories(m_home / ".zevd");
   }
@@ -25,8 +23,6 @@ class LogScratch {
     std::error_code ignored;
     std::filesystem::remove_all(m_home, ignored);
   }
-  LogScratch(const LogScratch&) = delete;
-  LogScratch& operator=(const LogScratch&) = delete;
 
   const std::filesystem::path& home() const { return m_home; }
   std::filesystem::path daemonLog() const { return m_home / ".zevd" / "zevd.log"; }
@@ -37,6 +33,11 @@ class LogScratch {
   }
   static void append(const std::filesystem::path& file, const std::string& text) {
     std::ofstream(file, std::ios::binary | std::ios::app) << text;
+  }
+  static std::string read(const std::filesystem::path& file) {
+    std::ostringstream text;
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return text.str();
   }
   // `count` logfmt lines of about 100 bytes, cameras cam0..cam2, levels
   // cycling info, warn, error, debug; `tag` goes into each message.
@@ -52,7 +53,10 @@ class LogScratch {
   }
 
  private:
-  std::filesystem::path m_home;
+  const std::filesystem::path m_home =
+      std::filesystem::temp_directory_path() /
+      ("zev-logwin-" + std::to_string(::getpid()) + "-" +
+       ::testing::UnitTest::GetInstance()->current_test_info()->name());
 };
 
 // Runs the event loop until `done` holds or `ms` pass.
