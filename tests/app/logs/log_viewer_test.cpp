@@ -16,22 +16,68 @@
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <filesystem>
+#include <fstream>
 #include <future>
+#include <sstream>
 
 #include "app/fakes/fake_platform.h"
 #include "app/fakes/qt_test_main.h"
 #include "app/logs/byte_count_text.h"
 #include "app/logs/log_line_list_model.h"
-#include "app/logs/log_scratch.h"
 #include "app/logs/log_window_controller.h"
 #include "app/qt_printers.h"
 
 namespace zev {
 namespace {
 
-using testing::LogScratch;
-using testing::waitFor;
 namespace fs = std::filesystem;
+
+// Runs the event loop until `done` holds or `ms` pass.
+template <typename Predicate>
+bool waitFor(Predicate done, int ms = 5000) {
+  return QTest::qWaitFor(done, ms);
+}
+
+// A scratch home with the daemon's two log files.
+class LogScratch {
+ public:
+  LogScratch() { fs::create_directories(m_home / ".zevd"); }  // gone with m_dir
+
+  const fs::path& home() const { return m_home; }
+  fs::path daemonLog() const { return m_home / ".zevd" / "zevd.log"; }
+  fs::path stderrLog() const { return m_home / ".zevd" / "zevd.err.log"; }
+
+  static void write(const fs::path& file, const std::string& text) {
+    std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
+  }
+  static void append(const fs::path& file, const std::string& text) {
+    std::ofstream(file, std::ios::binary | std::ios::app) << text;
+  }
+  static std::string read(const fs::path& file) {
+    std::ostringstream text;
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return text.str();
+  }
+  // `count` logfmt lines of about 100 bytes, cameras cam0..cam2, levels
+  // cycling info, warn, error, debug; `tag` goes into each message.
+  static std::string lines(int count, const std::string& tag = "line", int first = 0) {
+    static const char* const kLevels[] = {"info", "warn", "error", "debug"};
+    std::string text;
+    for (int i = first; i < first + count; ++i) {
+      text += "time=2026-01-02T03:04:05." + std::to_string(100 + i % 900) +
+              "Z level=" + kLevels[i % 4] + " camera=cam" + std::to_string(i % 3) + " msg=\"" +
+              tag + " " + std::to_string(i) + "\" seg=184467 dur_ms=6000\n";
+    }
+    return text;
+  }
+
+ private:
+  QTemporaryDir m_dir;
+  const fs::path m_home = m_dir.path().toStdString();
+};
 
 // The window is made but shown only by open(): until then the model is
 // driven alone.
