@@ -30,9 +30,6 @@ const fs::path bundle;
 TEST(Launcher, RegistersAndRestartsTheDaemonFromItsBundle_ThenKeepsRunning) {
   if (bundle.empty()) GTEST_SKIP() << "built without the bundle";
   const fs::path executable = bundle / "Contents/Linux/ZEVLauncher";
-  const fs::path unit = bundle / "Contents/Library/systemd/user/com.zev.zevd.service";
-  ASSERT_TRUE(fs::exists(executable)) << executable;
-  ASSERT_TRUE(fs::exists(unit)) << unit;
 
   QTemporaryDir home;
   testing::FakeSystemctl systemctl;
@@ -45,7 +42,7 @@ TEST(Launcher, RegistersAndRestartsTheDaemonFromItsBundle_ThenKeepsRunning) {
   launcher.setProcessEnvironment(environment);
   launcher.setProcessChannelMode(QProcess::MergedChannels);
   launcher.start(QString::fromStdString(executable.string()), {});
-  ASSERT_TRUE(launcher.waitForStarted());
+  ASSERT_TRUE(launcher.waitForStarted()) << executable;
 
   const auto restarted = [&] {
     const std::vector<std::string> calls = systemctl.calls();
@@ -57,21 +54,16 @@ TEST(Launcher, RegistersAndRestartsTheDaemonFromItsBundle_ThenKeepsRunning) {
       ElementsAre("--user disable com.zev.zevd.service", "--user is-enabled com.zev.zevd.service",
                   "--user daemon-reload", "--user enable com.zev.zevd.service",
                   "--user restart com.zev.zevd.service"));
-  // The user's unit runs this bundle's daemon.
-  std::ifstream installed(fs::path(home.path().toStdString()) /
-                          ".config/systemd/user/com.zev.zevd.service");
+  // The user's unit runs this bundle's daemon (the autostart entry's text is
+  // service_manager_linux_test's).
   std::stringstream unitText;
-  unitText << installed.rdbuf();
+  unitText << std::ifstream(fs::path(home.path().toStdString()) /
+                            ".config/systemd/user/com.zev.zevd.service")
+                  .rdbuf();
   EXPECT_THAT(unitText.str(),
               HasSubstr("ExecStart=\"" + (bundle / "Contents/Helpers/zevd").string() + "\"\n"));
 
-  std::ifstream entry(fs::path(home.path().toStdString()) /
-                      ".config/autostart/com.zev.launcher.desktop");
-  std::stringstream content;
-  content << entry.rdbuf();
-  EXPECT_THAT(content.str(), HasSubstr("Exec=\"" + executable.string() + "\"\n"));
-
-  // Nothing ends the launcher once it is up: no window to close, no error.
+  // Nothing ends the launcher once it is up, not even a missing tray.
   QTest::qWait(500);
   EXPECT_EQ(launcher.state(), QProcess::Running) << launcher.readAll().toStdString();
   launcher.terminate();

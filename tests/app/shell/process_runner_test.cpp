@@ -28,21 +28,19 @@ TEST(RunInheritingOutput, RaisesTheExitStatusInTheReliabilityDomain) {
       EXPECT_EQ(error.localizedDescription(), "/bin/sh exited " + std::to_string(c.code));
     }
   }
-  EXPECT_EQ(ReliabilityError::domain, "ZEVUpdateReliability");
-  EXPECT_THROW(runInheritingOutput("/nonexistent/ditto", {}), ProcessLaunchError);
   EXPECT_THROW(runInheritingOutput("/etc/hostname", {}), ProcessLaunchError);
 }
 
-TEST(RunCapturingOutput, ReturnsStatusAndMergedOutput_EmptyWhenNotUtf8) {
+// Merged output and output that is not UTF-8: the launch's kickstart checks
+// (app_delegate_test).
+TEST(RunCapturingOutput, ReturnsStatusAndOutput) {
   struct Case {
     const char* script;
     int status;
     std::string output;
   };
   const Case cases[] = {
-      {"echo one; echo two >&2; echo three; exit 4", 4, "one\ntwo\nthree\n"},
-      {R"(printf 'ZEV \342\200\224 ok')", 0, "ZEV — ok"},
-      {R"(printf 'cut \342\200')", 0, ""},
+      {R"(printf 'ZEV \342\200\224 ok'; exit 4)", 4, "ZEV — ok"},
       // More than a pipe holds: read while waiting, not only at the end.
       {"head -c 300000 /dev/zero | tr '\\0' x", 0, std::string(300000, 'x')},
       // Nothing to read on standard input: end-of-file, not a hang.
