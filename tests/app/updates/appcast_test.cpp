@@ -64,9 +64,6 @@ TEST(ParseAppcast, RefusesWhatIsNotASafeFeed) {
       "<?xml version=\"1.0\"?><!DOCTYPE rss [<!ENTITY a \"aaaaaaaaaa\">"
       "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]><rss><channel><item><title>&b;</title>"
       "</item></channel></rss>";
-  const std::string external =
-      "<?xml version=\"1.0\"?><!DOCTYPE rss [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>"
-      "<rss><channel><item><title>&x;</title></item></channel></rss>";
   struct Case {
     const char* name;
     std::string feed;
@@ -78,7 +75,6 @@ TEST(ParseAppcast, RefusesWhatIsNotASafeFeed) {
       {"truncated", std::string(kFeed).substr(0, 400), "feed is not XML"},
       {"an HTML page", "<html><body>hello</body></html>", "feed is not an RSS appcast"},
       {"entity expansion", laughs, "feed refused: it has a document type declaration"},
-      {"external entity", external, "feed refused: it has a document type declaration"},
       {"undeclared entity", "<rss><channel><title>&nope;</title></channel></rss>", "feed is not XML"},
       {"oversized", "<rss>" + std::string(maxAppcastBytes, ' ') + "</rss>",
        "feed is larger than 1 MiB"},
