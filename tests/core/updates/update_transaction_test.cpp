@@ -34,24 +34,6 @@ std::string replaced(std::string text, const std::string& from, const std::strin
   return text;
 }
 
-TEST(UpdateTransaction, ResumedAfterLaunchOnlyMovesInstallingToVerifying) {
-  const Timestamp later = kCreated + std::chrono::minutes(3);
-  for (UpdateState state : {UpdateState::preparing, UpdateState::installing, UpdateState::verifying,
-                            UpdateState::certified, UpdateState::failed, UpdateState::rolledBack}) {
-    SCOPED_TRACE(rawValue(state));
-    UpdateTransaction original = sample();
-    original.setState(state);
-    original.setFailureReason("why");
-    UpdateTransaction expected = original;
-    if (state == UpdateState::installing) {
-      expected.setState(UpdateState::verifying);
-      expected.setUpdatedAt(later);
-    }
-    EXPECT_EQ(original.resumedAfterLaunch(later),
-              expected);  // no other deadline is extended
-  }
-}
-
 // The stored form is compact, in field order, with the state's stored string
 // and the reason only when there is one.
 TEST(UpdateTransactionJSON, EncodesEveryStateInFieldOrderAndRoundTrips) {
@@ -103,13 +85,6 @@ TEST(UpdateTransactionJSON, DecodesOtherWritersFormsAndRejectsForeignOnes) {
       EXPECT_THROW(decodeUpdateTransaction(text), DecodingError);
     }
   }
-}
-
-TEST(Uuid, RandomOnesAreVersion4AndRoundTripThroughTheirText) {
-  const Uuid fresh = Uuid::random();
-  EXPECT_NE(fresh, Uuid::random());
-  EXPECT_EQ(fresh.string()[14], '4');
-  EXPECT_EQ(Uuid::parse(fresh.string()), fresh);
 }
 
 }  // namespace

@@ -1,3 +1,7 @@
+// The health a certification judges: the streams of a sample, the baseline
+// taken before the install, and the verifier's rules. The freshness bound is
+// the verifier table's; an unexpectedly empty baseline is the coordinator
+// test's.
 #include "core/updates/update_verifier.h"
 
 #include <gtest/gtest.h>
@@ -6,12 +10,16 @@
 #include <string>
 #include <vector>
 
+#include "core/health/health_summary.h"
+#include "core/support/decoding_error.h"
+
 namespace zev {
 namespace {
 
 using A = VerificationAssessment;
 
 const HealthBuild kTarget{"2.0.0", "r", false, 0};
+const Timestamp kAt = timestampFromMillisecondsSince1970(1763683200123);
 
 UpdateBaseline baseline(std::vector<BaselineStream> streams, int64_t configured = -1) {
   const int64_t count = configured >= 0 ? configured : static_cast<int64_t>(streams.size());
@@ -34,14 +42,13 @@ TEST(UpdateVerifier, AssessmentAppliesTheFirstRuleThatFails) {
   const auto none = std::nullopt;
   const auto stale = A::staleStream, notAdvanced = A::recordingNotAdvanced;
   const A healthy = A::healthy(), wrong = A::wrongVersion();
-  const HealthBuild older{"1.9.9", "r", false, 0}, padded{"2.0.0 ", "", false, 0};
+  const HealthBuild padded{"2.0.0 ", "", false, 0};
   const struct {
     const char* name;
     UpdateBaseline before;
     UpdateHealth sample;
     A expected;
   } cases[] = {
-      {"version mismatch wins even with empty baseline", baseline({}), of({}, older), wrong},
       {"version mismatch wins over missing streams", two, of({}, padded), wrong},
       {"empty baseline, right version", baseline({}, 3), of({}), healthy},
       {"extra streams ignored", two, of({fine("new", none), fine("b", none), fine("a")}), healthy},
@@ -82,7 +89,6 @@ TEST(UpdateVerifier, ObserveCertifiesAfterThreeConsecutiveHealthySamples) {
     size_t certifiedAt;
   } cases[] = {
       {"run broken by a stale sample", baseline({{"a", true, 1000}}), "hhshhhh", 6},
-      {"wrong version also resets", baseline({{"a", true, 1000}}), "hhwhhh", 6},
       {"no configured streams: first healthy sample certifies", baseline({}, 0), "whh", 2},
       {"configured but empty baseline still needs three", baseline({}, 2), "hhh", 3},
   };
@@ -95,6 +101,52 @@ TEST(UpdateVerifier, ObserveCertifiesAfterThreeConsecutiveHealthySamples) {
           << "sample " << i + 1;
     }
   }
+}
+
+TEST(UpdateHealth, FlattensStreamsInDocumentOrderAndFallsBackToTheTopLevelVersion) {
+  HealthSummary summary;
+  summary.version = "2.0.0";
+  EXPECT_EQ(summary.updateHealth(), (UpdateHealth{{"2.0.0", "", false, 0}, {}}));
+  summary.cameras = {
+      {"cam0", "Yard", true, 10, std::nullopt, true,
+       std::vector<HealthStream>{{"main", true, true, 40, true, 1000}}},
+      {"cam-nostreams", "Hall", true, 10, std::nullopt, std::nullopt, std::nullopt},
+      // Camera-level live/recording are ignored: only the streams speak.
+      {"cam1", "Door", false, 99999, std::nullopt, false,
+       std::vector<HealthStream>{{"main", false, true, -1, false, std::nullopt},
+                                 {"a/b", true, false, 7, true, 5}}},
+  };
+  summary.build = HealthBuild{"2.0.1", "abc", true, 42};
+  const UpdateHealth expected{*summary.build,
+                              {{"cam0/main", true, true, 40, true, 1000},
+                               {"cam1/main", false, true, -1, false, std::nullopt},
+                               {"cam1/a/b", true, false, 7, true, 5}}};
+  EXPECT_EQ(summary.updateHealth(), expected);
+}
+
+TEST(UpdateBaseline, CountsEnabledStreamsAndKeepsHealthyOnesInOrder) {
+  const UpdateBaseline baseline =
+      UpdateBaseline::capture({kTarget,
+                               {
+                                   {"c/disabled-but-fine", false, true, 10, true, 1},
+                                   {"c/enabled-not-live", true, false, 10, true, 2},
+                                   {"c/recording", true, true, 10, true, 3},
+                                   {"c/stale", true, true, 6000, true, 4},
+                                   {"c/not-recording", true, true, 4999, false, std::nullopt},
+                               }},
+                              kAt);
+  EXPECT_EQ(baseline,
+            (UpdateBaseline{
+                kAt, 4, {{"c/recording", true, 3}, {"c/not-recording", false, std::nullopt}}}));
+}
+
+TEST(UpdateHealthJSON, ReadsNullSegmentAsAbsentAndRejectsAFractionalOne) {
+  BaselineStream stream;
+  fromJSON(nlohmann::json::parse(R"({"id":"x","recording":true,"lastSegmentMS":null})"), stream);
+  EXPECT_EQ(stream, (BaselineStream{"x", true, std::nullopt}));
+  EXPECT_THROW(
+      fromJSON(nlohmann::json::parse(R"({"id":"x","recording":true,"lastSegmentMS":1.5})"), stream),
+      DecodingError);
 }
 
 }  // namespace
