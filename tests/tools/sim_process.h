@@ -37,7 +37,8 @@ class SimProcess {
  public:
   // Starts zevd-sim with `args` and HOME=`home`, its standard output and
   // error going to one file. Waits up to `startTimeout` for the line that
-  // names the port; port() is 0 when it did not come.
+  // names the port; port() is 0 when it did not come. (A run that is meant
+  // to end by itself passes 0 and waits with waitForExit.)
   SimProcess(const std::vector<std::string>& args, const std::filesystem::path& home,
              std::chrono::milliseconds startTimeout = 20s) {
     ::signal(SIGPIPE, SIG_IGN);  // a test client writing to a stopped sim must not die
@@ -62,19 +63,16 @@ class SimProcess {
     const auto deadline = std::chrono::steady_clock::now() + startTimeout;
     while (m_pid > 0 && std::chrono::steady_clock::now() < deadline && !waitForExit(20ms)) {
       const std::string text = output();
-      const auto lineEnd = text.find('\n', text.find("listening on http://"));
-      if (text.find("listening on http://") != std::string::npos && lineEnd != std::string::npos) {
-        m_port = std::atoi(text.c_str() + text.rfind(':', lineEnd) + 1);
+      const auto at = text.find("listening on http://");
+      if (at != std::string::npos && text.find('\n', at) != std::string::npos) {
+        m_port = std::atoi(text.c_str() + text.rfind(':', text.find('\n', at)) + 1);
         return;
       }
     }
   }
 
   ~SimProcess() {
-    if (m_pid > 0 && !stop(SIGTERM, 5s)) {
-      ::kill(m_pid, SIGKILL);
-      ::waitpid(m_pid, nullptr, 0);
-    }
+    if (!stop(SIGTERM, 5s)) stop(SIGKILL, 1h);
   }
   SimProcess(const SimProcess&) = delete;
   SimProcess& operator=(const SimProcess&) = delete;
@@ -91,14 +89,11 @@ class SimProcess {
 
   std::optional<int> waitForExit(std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!m_status && m_pid > 0) {
-      int status = 0;
+    for (int status = 0; !m_status && m_pid > 0; std::this_thread::sleep_for(5ms)) {
       if (::waitpid(m_pid, &status, WNOHANG) == m_pid) {
         m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
       } else if (std::chrono::steady_clock::now() >= deadline) {
         break;
-      } else {
-        std::this_thread::sleep_for(5ms);
       }
     }
     return m_status;
@@ -117,19 +112,6 @@ class SimProcess {
   int m_port = 0;
   std::optional<int> m_status;
 };
-
-// Runs zevd-sim to completion (killed after `timeout`): exit code and output.
-struct SimRun {
-  int code = -1;
-  std::string output;
-};
-
-inline SimRun runSim(const std::vector<std::string>& args, const std::filesystem::path& home,
-                     std::chrono::milliseconds timeout = 20s) {
-  SimProcess process(args, home, 0ms);
-  const int code = process.waitForExit(timeout).value_or(-1);
-  return {code, process.output()};
-}
 
 }  // namespace zev::testing
 

@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
-#include "support/scratch_directory.h"
+#include <optional>
+#include <string>
 
 namespace zev::sim {
 namespace {
 
+// update_e2e.sh runs the simulator inside a bundle that sets its scenario.
 TEST(PlistString, FindsTheStringAfterTheKeyAndNothingElse) {
   const std::string plist =
       "<dict>\n\t<key>CFBundleVersion</key>\n\t<string>2.0.0</string>\n"
@@ -25,20 +25,6 @@ TEST(PlistString, FindsTheStringAfterTheKeyAndNothingElse) {
     SCOPED_TRACE(key);
     EXPECT_EQ(plistString(plist, key), expected);
   }
-}
-
-TEST(ReadBundleSettings, ReadsTheBundleAroundHelpersOnly) {
-  testing::ScratchDirectory scratch;
-  const auto contents = scratch.path() / "ZEV.app" / "Contents";
-  std::filesystem::create_directories(contents / "Helpers");
-  std::ofstream(contents / "Info.plist")
-      << "<plist><dict><key>CFBundleVersion</key><string>3.0</string>"
-         "<key>ZEVSimScenario</key><string>all-down</string></dict></plist>";
-  const BundleSettings inBundle = readBundleSettings(contents / "Helpers" / "zevd");
-  EXPECT_EQ(inBundle.version, "3.0");
-  EXPECT_EQ(inBundle.scenario, "all-down");
-  EXPECT_EQ(readBundleSettings(contents / "Linux" / "zevd").version, std::nullopt);
-  EXPECT_EQ(readBundleSettings(scratch.path() / "zevd-sim").version, std::nullopt);
 }
 
 }  // namespace

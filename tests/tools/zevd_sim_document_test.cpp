@@ -38,7 +38,6 @@ TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInsta
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(sim::scenarioName(c.scenario)));
-    EXPECT_EQ(sim::scenarioFromName(sim::scenarioName(c.scenario)), c.scenario);
     // Two minutes in odd steps, so every frame period, segment and wobble is
     // sampled at many phases; then a day later.
     std::vector<int64_t> offsets = {86400000, 86400000 + 61};
@@ -86,23 +85,6 @@ TEST(ZevdSimDocument, EachScenarioKeepsItsColourAndConsistentFiguresAtEveryInsta
       if (!summary->cameras.empty()) {
         EXPECT_EQ(summary->newestFrameAgeMS, newestLive != INT64_MAX ? newestLive : newestAny);
       }
-    }
-  }
-}
-
-TEST(ZevdSimDocument, RecordingAdvancesWhileLiveAndStopsWhenDown) {
-  const auto before = summaryAt(sim::Scenario::partial, kStartMS + 10000);
-  const auto after = summaryAt(sim::Scenario::partial, kStartMS + 10000 + sim::kSegmentMS);
-  ASSERT_TRUE(before && after);
-  for (std::size_t i = 0; i < before->cameras.size(); ++i) {
-    SCOPED_TRACE(before->cameras[i].id);
-    const HealthStream& was = before->cameras[i].streams->at(0);
-    const HealthStream& is = after->cameras[i].streams->at(0);
-    ASSERT_TRUE(was.lastSegmentMS && is.lastSegmentMS);
-    const int64_t step = before->cameras[i].live ? sim::kSegmentMS : 0;
-    EXPECT_EQ(*is.lastSegmentMS, *was.lastSegmentMS + step);
-    if (!step) {
-      EXPECT_EQ(is.frameAgeMS, was.frameAgeMS + sim::kSegmentMS);  // its last frame ages
     }
   }
 }

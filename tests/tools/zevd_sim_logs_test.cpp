@@ -46,9 +46,9 @@ TEST(ZevdSimLogs, GeneratedLogHasExactlyTheRequestedBytes_AndDependsOnlyOnTheSee
   for (const int64_t bytes : {int64_t{0}, int64_t{1}, int64_t{1 << 20}}) {
     SCOPED_TRACE(bytes);
     const auto path = dir.path() / "zevd.log";
-    const auto run = testing::runSim(
-        {"--generate-log", path.string(), "--bytes", std::to_string(bytes)}, dir.path());
-    ASSERT_EQ(run.code, 0) << run.output;
+    testing::SimProcess run({"--generate-log", path.string(), "--bytes", std::to_string(bytes)},
+                            dir.path(), 0ms);
+    ASSERT_EQ(run.waitForExit(20s), 0) << run.output();
     const std::string text = readAll(path);
     EXPECT_EQ(static_cast<int64_t>(text.size()), bytes);
     EXPECT_TRUE(bytes == 0 || text.back() == '\n');
