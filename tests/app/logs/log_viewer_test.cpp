@@ -94,7 +94,7 @@ class LogViewerTest : public ::testing::Test {
 
   QTemporaryDir dir;
   const fs::path home = dir.path().toStdString();
-  const bool made = fs::create_directories(home / ".zevd");
+  const bool made = fs::create_directories(home / ".zevd");  // before the controller
   const fs::path daemonLog = home / ".zevd" / "zevd.log";
   const fs::path stderrLog = home / ".zevd" / "zevd.err.log";
   testing::FakeWorkspace workspace;
