@@ -136,9 +136,8 @@ TEST_F(AppDelegateTest, KickstartAndRestartLogTheCommandsOutcome) {
       } else {
         delegate->kickstartAgent();
       }
-      const std::vector<LogEntry> log = fakes.launcherLog->entries();
-      ASSERT_EQ(log.size(), 1u);
-      LogEntry shown = log[0];
+      ASSERT_EQ(fakes.launcherLog->entries().size(), 1u);
+      LogEntry shown = fakes.launcherLog->entries()[0];
       if (shown.level == LogEntry::Level::error) shown.message.resize(expected.message.size());
       EXPECT_EQ(shown, expected);
       EXPECT_THAT(fakes.serviceManager->calls, ElementsAre("kickstartCommand(com.zev.zevd)"));
@@ -198,7 +197,6 @@ class InstallStatusItemTest : public AppDelegateTest {
     fakes.statusItemFactory = [this] { return std::make_unique<testing::FakeStatusItem>(item); };
     delegate->installStatusItem();
     resetRecords();
-    fakes.activation->calls.clear();
   }
 
   StatusItemController& controller() { return *delegate->statusController(); }

@@ -11,8 +11,6 @@
 namespace zev {
 namespace {
 
-using ::testing::HasSubstr;
-
 TEST(RunInheritingOutput, RaisesTheExitStatusInTheReliabilityDomain) {
   // The script, and the code raised (0: no error).
   const std::pair<const char*, int> cases[] = {
@@ -54,7 +52,7 @@ TEST(RunCapturingOutput, KillsAChildThatOutlivesTheTimeout) {
     runCapturingOutput("/bin/sh", {"-c", "sleep 30"}, std::chrono::milliseconds(200));
     ADD_FAILURE() << "no error raised";
   } catch (const ProcessLaunchError& error) {
-    EXPECT_THAT(error.what(), HasSubstr("did not exit within 200 ms"));
+    EXPECT_THAT(error.what(), ::testing::HasSubstr("did not exit within 200 ms"));
   }
 }
 
