@@ -22,6 +22,7 @@
 #include <fstream>
 #include <future>
 #include <sstream>
+#include <tuple>
 
 #include "app/fakes/fake_platform.h"
 #include "app/fakes/qt_test_main.h"
@@ -35,57 +36,37 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Runs the event loop until `done` holds or `ms` pass.
-template <typename Predicate>
-bool waitFor(Predicate done, int ms = 5000) {
-  return QTest::qWaitFor(done, ms);
+void writeFile(const fs::path& file, const std::string& text) {
+  std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
+}
+void appendFile(const fs::path& file, const std::string& text) {
+  std::ofstream(file, std::ios::binary | std::ios::app) << text;
+}
+std::string readFile(const fs::path& file) {
+  std::ostringstream text;
+  text << std::ifstream(file, std::ios::binary).rdbuf();
+  return text.str();
+}
+// `count` logfmt lines of about 100 bytes, cameras cam0..cam2, levels cycling
+// info, warn, error, debug; `tag` goes into each message.
+std::string logLines(int count, const std::string& tag = "line", int first = 0) {
+  static const char* const kLevels[] = {"info", "warn", "error", "debug"};
+  std::string text;
+  for (int i = first; i < first + count; ++i) {
+    text += "time=2026-01-02T03:04:05." + std::to_string(100 + i % 900) +
+            "Z level=" + kLevels[i % 4] + " camera=cam" + std::to_string(i % 3) + " msg=\"" + tag +
+            " " + std::to_string(i) + "\" seg=184467 dur_ms=6000\n";
+  }
+  return text;
 }
 
-// A scratch home with the daemon's two log files.
-class LogScratch {
- public:
-  LogScratch() { fs::create_directories(m_home / ".zevd"); }  // gone with m_dir
-
-  const fs::path& home() const { return m_home; }
-  fs::path daemonLog() const { return m_home / ".zevd" / "zevd.log"; }
-  fs::path stderrLog() const { return m_home / ".zevd" / "zevd.err.log"; }
-
-  static void write(const fs::path& file, const std::string& text) {
-    std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
-  }
-  static void append(const fs::path& file, const std::string& text) {
-    std::ofstream(file, std::ios::binary | std::ios::app) << text;
-  }
-  static std::string read(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file, std::ios::binary).rdbuf();
-    return text.str();
-  }
-  // `count` logfmt lines of about 100 bytes, cameras cam0..cam2, levels
-  // cycling info, warn, error, debug; `tag` goes into each message.
-  static std::string lines(int count, const std::string& tag = "line", int first = 0) {
-    static const char* const kLevels[] = {"info", "warn", "error", "debug"};
-    std::string text;
-    for (int i = first; i < first + count; ++i) {
-      text += "time=2026-01-02T03:04:05." + std::to_string(100 + i % 900) +
-              "Z level=" + kLevels[i % 4] + " camera=cam" + std::to_string(i % 3) + " msg=\"" +
-              tag + " " + std::to_string(i) + "\" seg=184467 dur_ms=6000\n";
-    }
-    return text;
-  }
-
- private:
-  QTemporaryDir m_dir;
-  const fs::path m_home = m_dir.path().toStdString();
-};
-
-// The window is made but shown only by open(): until then the model is
-// driven alone.
+// A scratch home for the daemon's two log files. The window is made but shown
+// only by open(): until then the model is driven alone.
 class LogViewerTest : public ::testing::Test {
  protected:
   LogViewerModel& model() { return controller.model(); }
   bool loaded() {
-    return waitFor([&] { return !model().isLoading(); });
+    return QTest::qWaitFor([&] { return !model().isLoading(); });
   }
   void load() {
     model().refresh();
@@ -111,10 +92,14 @@ class LogViewerTest : public ::testing::Test {
     return found;
   }
 
-  LogScratch scratch;
+  QTemporaryDir dir;
+  const fs::path home = dir.path().toStdString();
+  const bool made = fs::create_directories(home / ".zevd");  // before the controller
+  const fs::path daemonLog = home / ".zevd" / "zevd.log";
+  const fs::path stderrLog = home / ".zevd" / "zevd.err.log";
   testing::FakeWorkspace workspace;
   testing::FakeAppActivation activation;
-  LogWindowController controller{scratch.home(), workspace, &activation};
+  LogWindowController controller{home, workspace, &activation};
   // Checks every change of the list model against Qt's rules.
   QAbstractItemModelTester tester{model().visibleLines(),
                                   QAbstractItemModelTester::FailureReportingMode::Fatal};
@@ -123,24 +108,19 @@ class LogViewerTest : public ::testing::Test {
 TEST_F(LogViewerTest, StatusTellsWhatALoadShowed) {
   struct Case {
     const char* name;
-    LogSource source;
-    std::string daemonLog;
+    std::string text;  // of the daemon's log
     QString status;
     int lines;
   };
-  const std::string overOneMiB = LogScratch::lines(12000);
-  ASSERT_GT(overOneMiB.size(), 1u << 20);
   const Case cases[] = {
-      {"over 1 MiB: the newest 5000 lines of the last MiB", LogSource::daemon, overOneMiB,
+      {"over 1 MiB: the newest 5000 lines of the last MiB", logLines(12000),
        "Showing 5000 recent lines · read 1 MB", 5000},
-      {"an empty file", LogSource::daemon, "\n", "Showing 0 all lines · read 1 byte", 0},
-      {"a missing stderr file", LogSource::standardError, "a=1\n",
-       "Could not load zevd.err.log: No such file or directory", 0},
+      {"an empty file", "\n", "Showing 0 all lines · read 1 byte", 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    LogScratch::write(scratch.daemonLog(), c.daemonLog);
-    model().chooseSource(c.source);
+    writeFile(daemonLog, c.text);
+    model().refresh();
     EXPECT_EQ(model().status(), "Loading recent logs…");
     QSignalSpy announcements(&model(), &LogViewerModel::announcement);
     ASSERT_TRUE(loaded());
@@ -164,49 +144,41 @@ TEST(ByteCountText, WritesDecimalFileSizes) {
   }
 }
 
-// A loader that waits (ten seconds at most) for `open` before it loads.
-LogViewerModel::Loader gatedLoader(std::shared_future<void> open) {
-  return [=](const fs::path& path, int64_t maxBytes, int64_t maxLines) {
-    open.wait_for(std::chrono::seconds(10));
-    return LogViewerModel::loadTail(path, maxBytes, maxLines);
-  };
-}
-
-// Only the last load started is shown, and the model loads until it is in.
-TEST_F(LogViewerTest, AnOlderLoadFinishingFirstIsDropped) {
-  LogScratch::write(scratch.daemonLog(), LogScratch::lines(3));
-  model().refresh();  // finishes at once (the loader is taken when a load starts)
+// Only the last load started is shown, and the model loads until it is in;
+// the outcome of a load whose model is gone is dropped.
+TEST_F(LogViewerTest, AnOlderLoadOrOneWhoseModelIsGoneIsDropped) {
   std::promise<void> gate;
-  model().setLoaderForTesting(gatedLoader(gate.get_future().share()));
+  // Waits (ten seconds at most) for the gate before it loads.
+  const LogViewerModel::Loader gated =
+      [open = gate.get_future().share()](const fs::path& path, int64_t maxBytes, int64_t maxLines) {
+        open.wait_for(std::chrono::seconds(10));
+        return LogViewerModel::loadTail(path, maxBytes, maxLines);
+      };
+  writeFile(daemonLog, logLines(3));
+  model().refresh();  // finishes at once (the loader is taken when a load starts)
+  model().setLoaderForTesting(gated);
   model().refresh();  // held at the gate
+  auto gone = std::make_unique<LogViewerModel>(daemonLog, stderrLog);
+  gone->setLoaderForTesting(gated);
+  gone->refresh();
+  gone.reset();
   QTest::qWait(200);
   EXPECT_TRUE(model().isLoading());
-  EXPECT_EQ(model().status(), "Loading recent logs…");
   EXPECT_TRUE(model().lines().empty());
-  LogScratch::write(scratch.daemonLog(), LogScratch::lines(20));
+  writeFile(daemonLog, logLines(20));
   gate.set_value();
   ASSERT_TRUE(loaded());
+  QTest::qWait(200);  // for the gone model's outcome too
   EXPECT_EQ(model().lines().size(), 20u);
 }
 
-TEST(LogViewerModelLifetime, ALoadWhoseModelIsGoneIsDropped) {
-  LogScratch scratch;
-  std::promise<void> gate;
-  auto model = std::make_unique<LogViewerModel>(scratch.daemonLog(), scratch.stderrLog());
-  model->setLoaderForTesting(gatedLoader(gate.get_future().share()));
-  model->refresh();
-  model.reset();
-  gate.set_value();
-  QTest::qWait(200);  // the outcome arrives for a model that is gone: no crash
-}
-
 TEST_F(LogViewerTest, CopyAndExportTakeTheFilteredLinesOrSayWhyNot) {
-  LogScratch::write(scratch.daemonLog(), "a level=info\nb level=warn\nc level=info\n");
+  writeFile(daemonLog, "a level=info\nb level=warn\nc level=info\n");
   load();
-  LogScratch::write(scratch.home() / "a-file", "x");
+  writeFile(home / "a-file", "x");
   // Replaced whole, not written over: a link to the old file keeps it.
-  LogScratch::write(scratch.home() / "old.log", "old\n");
-  fs::create_hard_link(scratch.home() / "old.log", scratch.home() / "old-link");
+  writeFile(home / "old.log", "old\n");
+  fs::create_hard_link(home / "old.log", home / "old-link");
   struct Case {
     const char* name;
     LogSeverity severity;
@@ -215,13 +187,10 @@ TEST_F(LogViewerTest, CopyAndExportTakeTheFilteredLinesOrSayWhyNot) {
     std::string contents;  // of the target; the clipboard's, without the last \n
   };
   const Case cases[] = {
-      {"over an older file", LogSeverity::info, scratch.home() / "old.log", "Exported 2 lines",
+      {"over an older file", LogSeverity::info, home / "old.log", "Exported 2 lines",
        "a level=info\nc level=info\n"},
-      {"no line matches", LogSeverity::error, scratch.home() / "empty.log", "Exported 0 lines",
-       "\n"},
-      {"into a missing directory", LogSeverity::all, scratch.home() / "nowhere" / "out.log",
-       "Export failed: No such file or directory", ""},
-      {"under a file, not a directory", LogSeverity::all, scratch.home() / "a-file" / "out.log",
+      {"no line matches", LogSeverity::error, home / "empty.log", "Exported 0 lines", "\n"},
+      {"under a file, not a directory", LogSeverity::all, home / "a-file" / "out.log",
        "Export failed: Not a directory", ""},
       {"cancelled", LogSeverity::all, std::nullopt, "Export failed: Not a directory", ""},
   };
@@ -239,12 +208,12 @@ TEST_F(LogViewerTest, CopyAndExportTakeTheFilteredLinesOrSayWhyNot) {
     EXPECT_EQ(model().status(), c.status);
     EXPECT_EQ(announcements.size(), c.contents.empty() ? 0 : 1);
     if (c.contents.empty()) continue;
-    EXPECT_EQ(LogScratch::read(*c.target), c.contents);
+    EXPECT_EQ(readFile(*c.target), c.contents);
     QGuiApplication::clipboard()->setText("stale");
     model().copyFiltered();
     EXPECT_EQ(QGuiApplication::clipboard()->text().toStdString() + "\n", c.contents);
   }
-  EXPECT_EQ(LogScratch::read(scratch.home() / "old-link"), "old\n");
+  EXPECT_EQ(readFile(home / "old-link"), "old\n");
 }
 
 // The daemon appends, rotates and truncates while the model follows, with
@@ -252,8 +221,7 @@ TEST_F(LogViewerTest, CopyAndExportTakeTheFilteredLinesOrSayWhyNot) {
 TEST_F(LogViewerTest, FollowShowsWhatTheDaemonWritesNext) {
   model().setFollowIntervalForTesting(std::chrono::milliseconds(20));
   model().setBudgetsForTesting(1 << 20, 10);
-  const fs::path log = scratch.daemonLog();
-  LogScratch::write(log, LogScratch::lines(4, "old"));
+  writeFile(daemonLog, logLines(4, "old"));
   load();
   model().setFollowing(true);
   enum class First { nothing, rotate, truncate, filterErrors };
@@ -277,12 +245,12 @@ TEST_F(LogViewerTest, FollowShowsWhatTheDaemonWritesNext) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    if (c.first == First::rotate) fs::rename(log, fs::path(log).concat(".1"));
-    if (c.first == First::truncate) fs::resize_file(log, 0);
+    if (c.first == First::rotate) fs::rename(daemonLog, fs::path(daemonLog).concat(".1"));
+    if (c.first == First::truncate) fs::resize_file(daemonLog, 0);
     if (c.first == First::filterErrors) model().setSeverity(LogSeverity::error);
-    LogScratch::append(log, LogScratch::lines(c.count, c.tag, c.number));
+    appendFile(daemonLog, logLines(c.count, c.tag, c.number));
     const QString newest = QString("%1 %2\"").arg(c.tag).arg(c.number + c.count - 1);
-    EXPECT_TRUE(waitFor(
+    EXPECT_TRUE(QTest::qWaitFor(
         [&] {
           const QStringList shown = raws();
           return shown.size() == c.rows && shown.front().contains(QString(c.oldest) + '"') &&
@@ -293,35 +261,13 @@ TEST_F(LogViewerTest, FollowShowsWhatTheDaemonWritesNext) {
   }
 }
 
-TEST_F(LogViewerTest, AnEmptyListOffersNothingToCopyAndSaysWhy) {
-  open();  // no log file at all
-  EXPECT_EQ(activation.calls, std::vector<std::string>{"activate"});
-  EXPECT_TRUE(child<QWidget>("emptyState")->isVisible());
-  EXPECT_FALSE(child<QPushButton>("copyFiltered")->isEnabled());
-  EXPECT_FALSE(child<QPushButton>("export")->isEnabled());
-  EXPECT_EQ(child<QLabel>("status")->accessibleName(),
-            "Log status: Could not load zevd.log: No such file or directory");
-
-  LogScratch::write(scratch.daemonLog(), LogScratch::lines(4));
-  QTest::keyClick(list(), Qt::Key_R, Qt::ControlModifier);  // Ctrl+R reloads
-  ASSERT_TRUE(waitFor([&] { return rows() == 4; }));
-  EXPECT_TRUE(child<QPushButton>("copyFiltered")->isEnabled());
-  EXPECT_TRUE(child<QPushButton>("export")->isEnabled());
-  EXPECT_EQ(child<QComboBox>("camera")->count(), 4);  // All cameras, cam0, cam1, cam2
-}
-
 TEST_F(LogViewerTest, RowsCarryTheHeaderFieldsAndTheRawLine) {
   // Identical lines are rows of their own.
-  LogScratch::write(scratch.daemonLog(),
-                    "time=T1 level=Warn camera=door msg=\"opened\"\nfree text\nfree text\n");
+  writeFile(daemonLog, "time=T1 level=Warn camera=door msg=\"opened\"\nfree text\nfree text\n");
   load();
   ASSERT_EQ(rows(), 3);
-  struct Case {
-    int row;
-    int role;
-    QVariant value;
-  };
-  const Case cases[] = {
+  const std::tuple<int, int, QVariant> cases[] = {
+      // row, role, value
       {0, Qt::DisplayRole, "opened"},
       {0, LogLineListModel::TimestampRole, "T1"},
       {0, LogLineListModel::SeverityRole, "WARN"},
@@ -332,15 +278,28 @@ TEST_F(LogViewerTest, RowsCarryTheHeaderFieldsAndTheRawLine) {
       {1, LogLineListModel::SeverityRole, QVariant()},
       {2, Qt::AccessibleTextRole, "free text"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.row * 1000 + c.role);
-    EXPECT_EQ(model().visibleLines()->index(c.row, 0).data(c.role), c.value);
+  for (const auto& [row, role, value] : cases) {
+    SCOPED_TRACE(row * 1000 + role);
+    EXPECT_EQ(model().visibleLines()->index(row, 0).data(role), value);
   }
 }
 
-TEST_F(LogViewerTest, KeyboardFindsClearsAndCopies) {
-  LogScratch::write(scratch.daemonLog(), LogScratch::lines(20));
-  open();
+TEST_F(LogViewerTest, AnEmptyListSaysWhy_KeysReloadFindClearAndCopy) {
+  open();  // no log file at all
+  EXPECT_EQ(activation.calls, std::vector<std::string>{"activate"});
+  EXPECT_TRUE(child<QWidget>("emptyState")->isVisible());
+  EXPECT_FALSE(child<QPushButton>("copyFiltered")->isEnabled());
+  EXPECT_FALSE(child<QPushButton>("export")->isEnabled());
+  EXPECT_EQ(child<QLabel>("status")->accessibleName(),
+            "Log status: Could not load zevd.log: No such file or directory");
+
+  writeFile(daemonLog, logLines(20));
+  QTest::keyClick(list(), Qt::Key_R, Qt::ControlModifier);  // Ctrl+R reloads
+  ASSERT_TRUE(QTest::qWaitFor([&] { return rows() == 20; }));
+  EXPECT_TRUE(child<QPushButton>("copyFiltered")->isEnabled());
+  EXPECT_TRUE(child<QPushButton>("export")->isEnabled());
+  EXPECT_EQ(child<QComboBox>("camera")->count(), 4);  // All cameras, cam0, cam1, cam2
+
   QLineEdit* search = child<QLineEdit>("search");
   list()->setFocus();
   QTest::keyClick(list(), Qt::Key_F, Qt::ControlModifier);
@@ -355,16 +314,13 @@ TEST_F(LogViewerTest, KeyboardFindsClearsAndCopies) {
     list()->selectionModel()->select(list()->model()->index(row, 0), QItemSelectionModel::Select);
   }
   QTest::keyClick(list(), Qt::Key_C, Qt::ControlModifier);  // in the list's order
-  const QStringList copied = QGuiApplication::clipboard()->text().split('\n');
-  ASSERT_EQ(copied.size(), 2);
-  EXPECT_TRUE(copied[0].contains("\"line 0\""));
-  EXPECT_TRUE(copied[1].contains("\"line 2\""));
+  EXPECT_EQ(QGuiApplication::clipboard()->text().toStdString() + "\n",
+            logLines(1) + logLines(1, "line", 2));
 }
 
 TEST_F(LogViewerTest, AnotherSourceKeepsSearchAndSeverityButNotTheCamera_RevealShowsIt) {
-  LogScratch::write(scratch.daemonLog(), LogScratch::lines(12));  // line 9: warn, cam0
-  LogScratch::write(scratch.stderrLog(),
-                    "level=warn camera=other msg=\"x 9\"\nlevel=info camera=cam0 msg=\"y 9\"\n");
+  writeFile(daemonLog, logLines(12));  // line 9: warn, cam0
+  writeFile(stderrLog, "level=warn camera=other msg=\"x 9\"\nlevel=info camera=cam0 msg=\"y 9\"\n");
   open();
   model().setSearch(" 9\"");
   model().setSeverity(LogSeverity::warn);
@@ -380,22 +336,22 @@ TEST_F(LogViewerTest, AnotherSourceKeepsSearchAndSeverityButNotTheCamera_RevealS
   emit source->activated(1);
   ASSERT_TRUE(loaded());
   reveal->click();
-  EXPECT_EQ(workspace.revealedFiles, (std::vector{scratch.daemonLog(), scratch.stderrLog()}));
+  EXPECT_EQ(workspace.revealedFiles, (std::vector{daemonLog, stderrLog}));
   EXPECT_EQ(camera->currentText(), "All cameras");
   // Only the warn line, whatever its camera.
   EXPECT_EQ(raws(), QStringList{"level=warn camera=other msg=\"x 9\""});
 }
 
 TEST_F(LogViewerTest, FollowStaysOnTheNewestLineUnlessScrolledUp) {
-  LogScratch::write(scratch.daemonLog(), LogScratch::lines(200));
+  writeFile(daemonLog, logLines(200));
   model().setFollowIntervalForTesting(std::chrono::milliseconds(20));
   open();
   EXPECT_TRUE(child<QCheckBox>("follow")->isChecked());
   QScrollBar* scroll = list()->verticalScrollBar();
   const auto atEnd = [&] { return scroll->maximum() > 0 && scroll->value() == scroll->maximum(); };
-  ASSERT_TRUE(waitFor(atEnd));
-  LogScratch::append(scratch.daemonLog(), LogScratch::lines(5, "new", 200));
-  ASSERT_TRUE(waitFor([&] { return rows() == 205 && atEnd(); }));
+  ASSERT_TRUE(QTest::qWaitFor(atEnd));
+  appendFile(daemonLog, logLines(5, "new", 200));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return rows() == 205 && atEnd(); }));
   for (const char* search : {"line", ""}) {  // a new filter keeps a following list at the end
     model().setSearch(search);
     QTest::qWait(100);  // the list lays its rows out later
@@ -403,8 +359,8 @@ TEST_F(LogViewerTest, FollowStaysOnTheNewestLineUnlessScrolledUp) {
   }
 
   scroll->setValue(10);  // the user reads older lines
-  LogScratch::append(scratch.daemonLog(), LogScratch::lines(5, "more", 205));
-  ASSERT_TRUE(waitFor([&] { return rows() == 210; }));
+  appendFile(daemonLog, logLines(5, "more", 205));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return rows() == 210; }));
   QTest::qWait(50);
   EXPECT_EQ(scroll->value(), 10);
 
@@ -431,29 +387,27 @@ TEST_F(LogViewerTest, AnnouncesEachNewStatusToScreenReaders) {
   g_alerts = &alerts;
   QAccessible::setActive(true);
   // The AT-SPI bridge comes up once it has reached the accessibility bus.
-  waitFor([] { return QAccessible::isActive(); },
-          qEnvironmentVariableIsSet("DBUS_SESSION_BUS_ADDRESS") ? 3000 : 0);
-  if (!QAccessible::isActive()) {
+  if (!QTest::qWaitFor([] { return QAccessible::isActive(); },
+                       qEnvironmentVariableIsSet("DBUS_SESSION_BUS_ADDRESS") ? 3000 : 0)) {
     // Qt drops accessibility events before any handler sees them when the
     // platform has no accessibility bridge (the offscreen platform has none).
     GTEST_SKIP() << "no accessibility bridge on the "
                  << QGuiApplication::platformName().toStdString() << " platform";
   }
   const QAccessible::UpdateHandler previous = QAccessible::installUpdateHandler(&recordAlert);
-  LogScratch::write(scratch.daemonLog(), LogScratch::lines(2));
+  writeFile(daemonLog, logLines(2));
   open();
-  model().setSaveFileChooser([&](const QString&) { return scratch.home() / "out.log"; });
+  model().setSaveFileChooser([&](const QString&) { return home / "out.log"; });
   model().exportFiltered();
   QAccessible::installUpdateHandler(previous);
   g_alerts = nullptr;
-  const QString size =
-      byteCountText(static_cast<int64_t>(std::filesystem::file_size(scratch.daemonLog())));
   // Once more through the platform's own bridge (tools/a11y-check listens).
-  LogScratch::append(scratch.daemonLog(), LogScratch::lines(1));
+  appendFile(daemonLog, logLines(1));
   load();
   QTest::qWait(200);
 
-  EXPECT_EQ(alerts, (std::vector<QString>{"Log status: Showing 2 all lines · read " + size,
+  EXPECT_EQ(alerts, (std::vector<QString>{"Log status: Showing 2 all lines · read " +
+                                              byteCountText(logLines(2).size()),
                                           "Log status: Exported 2 lines"}));
 }
 

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <tuple>
 
 #include "app/fakes/fake_platform.h"
 #include "app/fakes/fake_status_item.h"
@@ -26,7 +27,6 @@ namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using testing::error;
 using testing::info;
-using ::testing::IsEmpty;
 using testing::LogEntry;
 using testing::serviceError;
 
@@ -83,12 +83,9 @@ TEST_F(AppDelegateTest, VerifyDaemonPresentAcceptsOnlyAnExecutableFile) {
 TEST_F(AppDelegateTest, RegistrationsLogEachOutcome) {
   const auto login = &AppDelegate::registerLoginItem;
   const auto agent = &AppDelegate::registerAgent;
-  struct Case {
-    void (AppDelegate::*step)();
-    std::optional<ServiceError> result;  // of registering, and of the agent's unregistering
-    std::vector<LogEntry> log;
-  };
-  const Case cases[] = {
+  using Step = void (AppDelegate::*)();
+  // The step; the result of registering, and of the agent's unregistering; the log.
+  const std::tuple<Step, std::optional<ServiceError>, std::vector<LogEntry>> cases[] = {
       {login, std::nullopt, {info("LoginItem registered (status=enabled)")}},
       {login, serviceError(12, "already there"), {info("LoginItem already registered")}},
       {login, serviceError(ServiceError::switchedOffByUser, "off"), {info("off")}},
@@ -100,17 +97,17 @@ TEST_F(AppDelegateTest, RegistrationsLogEachOutcome) {
        serviceError(1, "no manager"),
        {info("Agent unregister no-op: no manager"), error("Agent register failed: no manager")}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.log.back().message);
+  for (const auto& [step, result, log] : cases) {
+    SCOPED_TRACE(log.back().message);
     resetRecords();
-    fakes.serviceManager->mainApp.registerResult = c.result;
-    fakes.serviceManager->agent.unregisterResult = c.result;
-    fakes.serviceManager->agent.registerResult = c.result;
-    (delegate.get()->*c.step)();
-    EXPECT_EQ(fakes.launcherLog->entries(), c.log);
-    if (c.log.back().level == LogEntry::Level::error) {
+    fakes.serviceManager->mainApp.registerResult = result;
+    fakes.serviceManager->agent.unregisterResult = result;
+    fakes.serviceManager->agent.registerResult = result;
+    (delegate.get()->*step)();
+    EXPECT_EQ(fakes.launcherLog->entries(), log);
+    if (log.back().level == LogEntry::Level::error) {
       EXPECT_THAT(standardError.str(), ::testing::StartsWith("ZEV launcher: "));
-      EXPECT_THAT(standardError.str(), ::testing::EndsWith(" " + c.result->fullDescription + "\n"));
+      EXPECT_THAT(standardError.str(), ::testing::EndsWith(" " + result->fullDescription + "\n"));
     } else {
       EXPECT_EQ(standardError.str(), "");
     }
@@ -139,29 +136,13 @@ TEST_F(AppDelegateTest, KickstartAndRestartLogTheCommandsOutcome) {
       } else {
         delegate->kickstartAgent();
       }
-      const std::vector<LogEntry> log = fakes.launcherLog->entries();
-      ASSERT_EQ(log.size(), 1u);
-      LogEntry shown = log[0];
+      ASSERT_EQ(fakes.launcherLog->entries().size(), 1u);
+      LogEntry shown = fakes.launcherLog->entries()[0];
       if (shown.level == LogEntry::Level::error) shown.message.resize(expected.message.size());
       EXPECT_EQ(shown, expected);
       EXPECT_THAT(fakes.serviceManager->calls, ElementsAre("kickstartCommand(com.zev.zevd)"));
     }
   }
-}
-
-// The popover's restart is not waited for (the popover's check below).
-TEST_F(AppDelegateTest, ARestartAskedForWhileOneRunsIsDropped) {
-  fakes.serviceManager->kickstart = {"/bin/sh", {"-c", "sleep 1; echo done"}};
-  delegate->restartAgent();
-  delegate->restartAgent();
-  EXPECT_THAT(fakes.launcherLog->messages(),
-              ElementsAre("restart already running; request dropped"));
-  ASSERT_TRUE(QTest::qWaitFor([&] { return fakes.launcherLog->entries().size() == 2; }, 5000));
-  EXPECT_EQ(fakes.launcherLog->messages().back(), "kickstart exit=0 out=done\n");
-  QTest::qWait(50);
-  delegate->restartAgent();  // once it has ended, the next restart runs
-  ASSERT_TRUE(QTest::qWaitFor([&] { return fakes.launcherLog->entries().size() == 3; }, 5000));
-  EXPECT_EQ(fakes.launcherLog->messages().back(), "kickstart exit=0 out=done\n");
 }
 
 TEST_F(AppDelegateTest, ReliabilityDirectoryHonoursOnlyANonEmptyString) {
@@ -206,7 +187,6 @@ TEST_F(AppDelegateTest, LaunchSequenceRunsEveryStepInOrderWhateverFailsOrThrows)
   const std::string printed = standardError.str();
   EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 2) << printed;
   EXPECT_EQ(fakes.statusItemsMade, 1);
-  EXPECT_NE(delegate->statusController(), nullptr);
 }
 
 // installStatusItem: the controller it builds and what each of the
@@ -217,7 +197,6 @@ class InstallStatusItemTest : public AppDelegateTest {
     fakes.statusItemFactory = [this] { return std::make_unique<testing::FakeStatusItem>(item); };
     delegate->installStatusItem();
     resetRecords();
-    fakes.activation->calls.clear();
   }
 
   StatusItemController& controller() { return *delegate->statusController(); }
@@ -251,21 +230,24 @@ TEST_F(InstallStatusItemTest, EachActionReachesItsPort) {
   trigger("viewLogAction");
   EXPECT_EQ(delegate->logWindowController(), logWindow);
   EXPECT_TRUE(logWindow->window()->isVisible());
+}
 
-  // The updater has not been started: checking for updates touches nothing.
-  fakes.launcherLog->clear();
-  trigger("checkUpdatesButton");
-  EXPECT_THAT(fakes.launcherLog->entries(), IsEmpty());
-  EXPECT_THAT(fakes.serviceManager->calls, IsEmpty());
-
-  // Restart, once confirmed, takes the popover's own way (restartAgent).
+// Restart, once confirmed, runs beside the event loop (restartAgent): one
+// asked for meanwhile is dropped; once it has ended, the next one runs.
+TEST_F(InstallStatusItemTest, RestartIsNotWaitedForAndRunsOneAtATime) {
   controller().setRestartPromptForTesting([] { return true; });
-  fakes.serviceManager->kickstart = {"/bin/sh", {"-c", "echo restarted"}};
+  fakes.serviceManager->kickstart = {"/bin/sh", {"-c", "sleep 1; echo done"}};
   trigger("restartButton");
+  delegate->restartAgent();
   EXPECT_THAT(fakes.serviceManager->calls, ElementsAre("kickstartCommand(com.zev.zevd)"));
-  EXPECT_THAT(fakes.launcherLog->entries(), IsEmpty());  // not waited for
-  ASSERT_TRUE(QTest::qWaitFor([&] { return !fakes.launcherLog->entries().empty(); }, 5000));
-  EXPECT_EQ(fakes.launcherLog->messages().back(), "kickstart exit=0 out=restarted\n");
+  EXPECT_THAT(fakes.launcherLog->messages(),
+              ElementsAre("restart already running; request dropped"));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return fakes.launcherLog->entries().size() == 2; }, 5000));
+  EXPECT_EQ(fakes.launcherLog->messages().back(), "kickstart exit=0 out=done\n");
+  QTest::qWait(50);
+  delegate->restartAgent();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return fakes.launcherLog->entries().size() == 3; }, 5000));
+  EXPECT_EQ(fakes.launcherLog->messages().back(), "kickstart exit=0 out=done\n");
 }
 
 // The alert runs a nested event loop in which anything may happen, even the
