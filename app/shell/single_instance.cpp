@@ -31,13 +31,11 @@ QString SingleInstance::defaultServerName() {
     return QDir(runtime).filePath(QStringLiteral("com.zev.launcher-%1.sock").arg(hash));
   }
   return QDir(QDir::tempPath())
-      .filePath(QStringLiteral("com.zev.launcher-%1-%2.sock")
-                    .arg(::getuid())
-                    .arg(hash));
+      .filePath(QStringLiteral("com.zev.launcher-%1-%2.sock").arg(::getuid()).arg(hash));
 }
 
 SingleInstance::SingleInstance(QString serverName, QObject* parent)
-    : QObject(parent), m_name(std::move(serverName)) {
+    : QObject(parent), m_name(std::move(serverName)), m_lock(m_name + QStringLiteral(".lock")) {
   connect(&m_server, &QLocalServer::newConnection, this, [this] {
     while (QLocalSocket* socket = m_server.nextPendingConnection()) readRequest(socket);
   });
@@ -67,18 +65,26 @@ bool SingleInstance::waitUntilFree(std::chrono::milliseconds timeout) {
   }
 }
 
-bool SingleInstance::listen() {
+bool SingleInstance::listen(std::chrono::milliseconds wait) {
+  // The lock says who owns the name, not the socket: with access limited to
+  // the owner, QLocalServer puts its socket in place even over a live one, so
+  // two launchers starting together would both listen and one would never
+  // hear a request. A crashed launcher's lock names a process that is gone,
+  // and QLockFile takes it over.
+  m_lock.setStaleLockTime(std::chrono::milliseconds::zero());
+  m_lockRefused = !m_lock.tryLock(wait);
+  if (m_lockRefused) return false;
+  QLocalServer::removeServer(m_name);  // a crashed launcher's socket
   // Only the owner may connect.
   m_server.setSocketOptions(QLocalServer::UserAccessOption);
-  if (m_server.listen(m_name)) return true;
-  if (m_server.serverError() != QAbstractSocket::AddressInUseError) return false;
-  // Someone may have started listening since handOver found nobody; only a
-  // socket nobody answers on is a crashed launcher's and may be removed.
-  QLocalSocket probe;
-  probe.connectToServer(m_name);
-  if (probe.waitForConnected(500)) return false;
-  QLocalServer::removeServer(m_name);
   return m_server.listen(m_name);
+}
+
+QString SingleInstance::errorString() const {
+  if (m_lockRefused) {
+    return QStringLiteral("another launcher holds %1").arg(m_lock.fileName());
+  }
+  return m_server.errorString();
 }
 
 void SingleInstance::readRequest(QLocalSocket* socket) {

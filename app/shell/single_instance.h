@@ -13,6 +13,7 @@
 #define ZEV_APP_SHELL_SINGLE_INSTANCE_H_
 
 #include <QLocalServer>
+#include <QLockFile>
 #include <QObject>
 #include <QString>
 #include <chrono>
@@ -37,11 +38,12 @@ class SingleInstance : public QObject {
   // does.
   bool waitUntilFree(std::chrono::milliseconds timeout);
 
-  // Starts listening; a stale socket is removed first. False when the name
-  // cannot be claimed, also when another launcher has just claimed it (call
-  // handOver again then).
-  bool listen();
-  QString errorString() const { return m_server.errorString(); }
+  // Claims the name and starts listening; what a crashed launcher left is
+  // removed first. False when the name cannot be claimed, also when another
+  // launcher holds it and does not let go within `wait` (call handOver again
+  // then).
+  bool listen(std::chrono::milliseconds wait = std::chrono::seconds(3));
+  QString errorString() const;
   const QString& serverName() const { return m_name; }
 
  signals:
@@ -52,6 +54,10 @@ class SingleInstance : public QObject {
   void readRequest(class QLocalSocket* socket);
 
   QString m_name;
+  // Held while listening. Declared before the server so that the server has
+  // closed (and removed its socket) before the lock is let go.
+  QLockFile m_lock;
+  bool m_lockRefused = false;
   QLocalServer m_server;
 };
 

@@ -43,6 +43,9 @@ class SingleInstanceTest : public ::testing::Test {
 TEST_F(SingleInstanceTest, ALaterStartHandsItsRequestToTheRunningOne_TheRestIsIgnored) {
   SingleInstance first(name());
   ASSERT_TRUE(first.listen());
+  // A second start that gets as far as listening must not take the name.
+  SingleInstance second(name());
+  EXPECT_FALSE(second.listen(0ms));
   QSignalSpy requests(&first, &SingleInstance::requestReceived);
   for (const QByteArray& bytes : {QByteArray("quit\n"), QByteArray(4096, 'x')}) {
     SCOPED_TRACE(bytes.left(8).toStdString());
@@ -65,10 +68,14 @@ TEST_F(SingleInstanceTest, ALaterStartHandsItsRequestToTheRunningOne_TheRestIsIg
 }
 
 TEST_F(SingleInstanceTest, NobodyRunningMeansNoHandOverAndAStaleSocketIsTakenOver) {
-  // A file left behind where the socket was, as a crash leaves it.
-  QFile stale(name());
-  ASSERT_TRUE(stale.open(QIODevice::WriteOnly));
-  stale.close();
+  // A file left behind where the socket was, and a lock naming a process
+  // that is gone, as a crash leaves them.
+  for (const auto& [path, text] :
+       {std::pair{name(), ""}, {name() + ".lock", "999999\nZEVLauncher\n\n"}}) {
+    QFile stale(path);
+    ASSERT_TRUE(stale.open(QIODevice::WriteOnly));
+    stale.write(text);
+  }
   SingleInstance next(name());
   EXPECT_FALSE(next.handOver("activate", 300ms));
   EXPECT_TRUE(next.listen()) << next.errorString().toStdString();
