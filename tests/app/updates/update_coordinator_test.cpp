@@ -39,8 +39,11 @@
 namespace zev {
 namespace {
 
+using ::testing::AllOf;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
@@ -81,8 +84,6 @@ class UpdateTest {
     coordinator->setVerificationIntervalForTesting(std::chrono::hours(1));
     coordinator->onUpdateFinished = [this](const UpdateTransaction& t) { finished.push_back(t); };
   }
-  UpdateTest(const UpdateTest&) = delete;
-  UpdateTest& operator=(const UpdateTest&) = delete;
   ~UpdateTest() {
     coordinator.reset();
     // An archiving step still on its way back must not outlive the fakes.
@@ -329,9 +330,8 @@ TEST(UpdateVerification, OnlyAReadableInstallingOrVerifyingRecordIsResumed) {
     t.coordinator->resumeUpdateVerificationIfNeeded();
     EXPECT_FALSE(t.coordinator->isVerifying());
     EXPECT_EQ(t.coordinator->healthRequestsStarted(), 0);
-    const std::vector<std::string> logged = t.log.messages();
-    ASSERT_EQ(logged.size(), state ? 0u : 1u);
-    if (!state) EXPECT_THAT(logged[0], StartsWith("cannot resume update verification: "));
+    EXPECT_THAT(t.log.messages(), AllOf(SizeIs(state ? 0 : 1),
+                                        Each(StartsWith("cannot resume update verification: "))));
   }
 }
 
@@ -439,10 +439,9 @@ TEST(UpdateVerification, CertifyingPrunesArchivesUpToAPathOutsideTheRoot) {
       continue;
     }
     EXPECT_TRUE(fs::exists(t.reliability() / stray));
-    const std::vector<std::string> logged = t.log.messages();
-    ASSERT_EQ(logged.size(), 2u);
-    EXPECT_THAT(logged[0], StartsWith("update result persistence failed: archive path"));
-    EXPECT_EQ(logged[1], "update 2.0.0 finished state=certified");
+    EXPECT_THAT(t.log.messages(),
+                ElementsAre(StartsWith("update result persistence failed: archive path"),
+                            "update 2.0.0 finished state=certified"));
   }
 }
 
