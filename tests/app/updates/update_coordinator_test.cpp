@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 
 #include <QAbstractButton>
-#include <QElapsedTimer>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -255,17 +254,14 @@ TEST(UpdatePreparation, HealthyDaemonRecordsInstallingAndReleasesOnce_AlsoOnTheU
 }
 
 TEST(UpdatePreparation, UpdaterStartsAutomaticAndTheUserDriverSwitchesActivation) {
-  {
-    UpdateTest t;
-    t.updater.feed = "https://u.example/a";  // none ("<nil>") is the app delegate test's
-    t.coordinator->checkForUpdates();       // before start-up: nothing
-    t.coordinator->startSparkle();
-    t.coordinator->checkForUpdates();
-    EXPECT_THAT(t.updater.calls,
-                ElementsAre("start", "automaticChecks=1", "automaticDownloads=1", "userInitiated"));
-    EXPECT_THAT(t.log.messages(), ElementsAre("Sparkle started; feed=https://u.example/a"));
-  }
   UpdateTest t;
+  t.updater.feed = "https://u.example/a";  // none ("<nil>") is the app delegate test's
+  t.coordinator->checkForUpdates();       // before start-up: nothing
+  t.coordinator->startSparkle();
+  t.coordinator->checkForUpdates();
+  EXPECT_THAT(t.updater.calls,
+              ElementsAre("start", "automaticChecks=1", "automaticDownloads=1", "userInitiated"));
+  EXPECT_THAT(t.log.messages(), ElementsAre("Sparkle started; feed=https://u.example/a"));
   UpdaterDelegate& driver = *t.coordinator;
   EXPECT_FALSE(driver.standardUserDriverShouldHandleShowingScheduledUpdate({"2.0.0", ""}, true));
   driver.standardUserDriverWillHandleShowingUpdate(false, {"2.0.0", ""}, {});
@@ -496,9 +492,7 @@ TEST(UpdatePushWatcher, TimerPollsAndLogsTheTriggerWithItsDate) {
     setModificationTime(t.coordinator->sentinelPath(), 1'700'000'000);
     t.coordinator->startUpdatePushWatcher();
     t.log.clear();
-    QElapsedTimer waited;
-    waited.start();
-    while (t.log.messages().empty() && waited.elapsed() < 10000) QTest::qWait(20);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !t.log.messages().empty(); }, 10000));
     QTest::qWait(120);  // more polls: the date is remembered
     EXPECT_THAT(t.log.messages(),
                 ElementsAre("update push sentinel touched (mtime=2023-11-14 22:13:20 +0000); "
