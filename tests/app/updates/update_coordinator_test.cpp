@@ -119,11 +119,13 @@ class UpdateTest {
   }
 
   // Saves as the active record an attempt at 2.0.0 with a baseline of one
-  // healthy stream, in `state`, last updated `age` ago.
+  // healthy stream, in `state`, last updated `age` ago; its archive, when
+  // given, is made.
   void saveAttempt(UpdateState state, std::chrono::milliseconds age = 0ms,
                    std::string archive = {}) {
     const UpdateBaseline baseline{now() - age, 1, {{"cam1/main", false, std::nullopt}}};
     if (archive.empty()) archive = (reliability() / "archives" / "ZEV.app.A").string();
+    else fs::create_directories(archive);
     UpdateTransaction t("1.0.0", "2.0.0", baseline, archive, now() - age, Uuid::random());
     t.setState(state);
     if (state == UpdateState::installing) t.setFailureReason("left over");
@@ -411,18 +413,14 @@ TEST(UpdateVerification, CertifyingPrunesArchivesUpToAPathOutsideTheRoot) {
     UpdateTest t;
     t.serveAlways({200, healthyTarget});
     const fs::path archives = t.reliability() / "archives";
-    const auto attempt = [&](const fs::path& archive, UpdateState state, std::chrono::seconds age) {
-      fs::create_directories(archive);
-      t.saveAttempt(state, age, archive.string());
-    };
-    if (*stray) attempt(t.reliability() / stray, UpdateState::rolledBack, 1s);
+    if (*stray) t.saveAttempt(UpdateState::rolledBack, 1s, t.reliability() / stray);
     // The oldest certified one goes; the current one, certified now, is the newest.
-    attempt(archives / "certified-1", UpdateState::certified, 400s);
-    attempt(archives / "certified-2", UpdateState::certified, 300s);
-    attempt(archives / "certified-3", UpdateState::certified, 200s);
-    attempt(archives / "failed", UpdateState::failed, 100000s);
-    attempt(archives / "rolled-back", UpdateState::rolledBack, 1s);
-    attempt(archives / "current", UpdateState::installing, 1s);
+    t.saveAttempt(UpdateState::certified, 400s, archives / "certified-1");
+    t.saveAttempt(UpdateState::certified, 300s, archives / "certified-2");
+    t.saveAttempt(UpdateState::certified, 200s, archives / "certified-3");
+    t.saveAttempt(UpdateState::failed, 100000s, archives / "failed");
+    t.saveAttempt(UpdateState::rolledBack, 1s, archives / "rolled-back");
+    t.saveAttempt(UpdateState::installing, 1s, archives / "current");
     t.resumeAndTick(2);
     EXPECT_EQ(t.store().loadActive()->state(), UpdateState::certified);
     std::vector<std::string> left;
