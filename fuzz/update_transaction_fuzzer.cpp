@@ -31,8 +31,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const auto& stream : resumed.baseline().streams) {
     health.streams.push_back({stream.id, true, true, 0, stream.recording, stream.lastSegmentMS});
   }
-  volatile bool healthy =
-      verifier.assessment(health).kind == zev::VerificationAssessment::Kind::healthy;
-  (void)healthy;
+  (void)verifier.assessment(health);
   return 0;
 }

@@ -40,18 +40,11 @@ class ArchiveToolLinuxTest : public ::testing::Test {
   QTemporaryDir dir;
   fs::path root = dir.path().toStdString();
   fs::path bundle = root / "ZEV.app";
-  fs::path archive = root / "archives" / "ZEV.app.X";
   manifest::KeyPair keys = manifest::generateKeyPair();
 };
 
-TEST_F(ArchiveToolLinuxTest, CopyingOverAnExistingArchiveIsRefused) {
-  fs::create_directories(archive);
-  EXPECT_THAT(LinuxArchiveTool(publicKey()).copyBundle(bundle, archive).value_or(""),
-              StartsWith("archive exists already"));
-}
-
 // A plain copy keeps modes, links and empty directories, so it verifies;
-// every later change to it is named.
+// every later change to it is named. A copy never goes over an existing one.
 TEST_F(ArchiveToolLinuxTest, EveryDifferenceFromTheSignedBundleIsNamed) {
   const std::pair<void (*)(const fs::path&), std::optional<std::string>> cases[] = {
       {[](auto&) {}, std::nullopt},
@@ -82,6 +75,8 @@ TEST_F(ArchiveToolLinuxTest, EveryDifferenceFromTheSignedBundleIsNamed) {
     tamper(copy);
     EXPECT_EQ(tool.verifyCopy(copy), expected);
   }
+  EXPECT_THAT(tool.copyBundle(bundle, root / "copy-1").value_or(""),
+              StartsWith("archive exists already"));
 }
 
 TEST_F(ArchiveToolLinuxTest, WithoutTheRunningBundlesKeyNothingVerifies) {

@@ -34,10 +34,14 @@ class RecordingDelegate : public UpdaterDelegate {
   std::vector<K> feedback;
 
   bool willInstallUpdateOnQuit(const UpdateItem& item, std::function<void()> go) override {
-    return hold("quit:" + item.versionString, std::move(go));
+    offered.push_back("quit:" + item.versionString);
+    release = std::move(go);
+    return true;
   }
   bool shouldPostponeRelaunchForUpdate(const UpdateItem& item, std::function<void()> go) override {
-    return hold("relaunch:" + item.versionString, std::move(go));
+    offered.push_back("relaunch:" + item.versionString);
+    release = std::move(go);
+    return true;
   }
   bool supportsGentleScheduledUpdateReminders() override { return true; }
   bool standardUserDriverShouldHandleShowingScheduledUpdate(const UpdateItem&, bool) override {
@@ -49,13 +53,6 @@ class RecordingDelegate : public UpdaterDelegate {
   void showUserInitiatedCheckFeedback(const UpdateCheckFeedback& f) override {
     feedback.push_back(f.kind);
     if (f.kind == K::updateAvailable && f.install) f.install();  // the user accepts
-  }
-
- private:
-  bool hold(std::string what, std::function<void()> go) {
-    offered.push_back(std::move(what));
-    release = std::move(go);
-    return true;
   }
 };
 
