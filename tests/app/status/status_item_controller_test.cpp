@@ -1,6 +1,8 @@
 #include "app/status/status_item_controller.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <httplib.h>
 
 #include <QAbstractButton>
 #include <QAction>
@@ -19,6 +21,7 @@
 #include "app/fakes/qt_test_main.h"
 #include "app/qt_printers.h"
 #include "app/status/popover_view.h"
+#include "tools/sim_process.h"
 
 namespace zev {
 namespace {
@@ -157,26 +160,24 @@ TEST_F(StatusItemControllerTest, ClicksOnTheItemToggleThePopover) {
 }
 
 TEST_F(StatusItemControllerTest, PopoverActionsCloseThePopoverFirst) {
-  const struct {
-    const char* control;  // a button, or a Logs menu action
-    std::vector<std::string> expected;
-  } cases[] = {
-      {"openWebUIButton", {"openWebUI"}},      {"viewLogAction", {"viewLogs"}},
-      {"revealLogsAction", {"revealLogs"}},    {"checkUpdatesButton", {"checkUpdates"}},
+  // A button or a Logs menu action, and the action it runs.
+  const std::pair<const char*, std::string> cases[] = {
+      {"openWebUIButton", "openWebUI"},     {"viewLogAction", "viewLogs"},
+      {"revealLogsAction", "revealLogs"},   {"checkUpdatesButton", "checkUpdates"},
   };
   auto controller = makeController();
   controller->install();
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.control);
+  for (const auto& [control, expected] : cases) {
+    SCOPED_TRACE(control);
     calls.clear();
     controller->togglePopover();
     ASSERT_TRUE(controller->isPopoverShown());
-    if (auto* action = controller->popover()->findChild<QAction*>(c.control)) {
+    if (auto* action = controller->popover()->findChild<QAction*>(control)) {
       action->trigger();
     } else {
-      controller->popover()->findChild<QAbstractButton*>(c.control)->click();
+      controller->popover()->findChild<QAbstractButton*>(control)->click();
     }
-    EXPECT_EQ(calls, c.expected);
+    EXPECT_EQ(calls, std::vector{expected});
     EXPECT_FALSE(controller->isPopoverShown());
   }
 }
@@ -211,6 +212,80 @@ TEST_F(StatusItemControllerTest, RestartAlertIsModalAndPollingContinuesUnderIt) 
   EXPECT_FALSE(popoverShown);
   EXPECT_GE(pollsWhileModal - pollsBefore, 2) << "the poll timer stalled under the alert";
   EXPECT_EQ(calls, std::vector<std::string>{});
+}
+
+// The status item against zevd-sim, the simulated daemon: one sim on an
+// ephemeral port, switched through its scenarios while the controller polls.
+class StatusItemSimTest : public StatusItemControllerTest {
+ protected:
+  void SetUp() override {
+    sim = std::make_unique<testing::SimProcess>(
+        std::vector<std::string>{"--listen", "127.0.0.1:0", "--log-rate", "0", "--err-rate", "0",
+                                 "--oversize-bytes", "16777216", "--hang-max-seconds", "5"},
+        home.path());
+    ASSERT_GT(sim->port(), 0) << sim->output();
+  }
+
+  void switchTo(const std::string& scenario) {
+    httplib::Client client("127.0.0.1", sim->port());
+    const auto answer = client.Post("/sim/scenario?name=" + scenario);
+    ASSERT_TRUE(answer) << "zevd-sim did not answer";
+    ASSERT_EQ(answer->status, 200) << answer->body;
+  }
+
+  testing::TempDir home;
+  std::unique_ptr<testing::SimProcess> sim;
+};
+
+TEST_F(StatusItemSimTest, EachScenarioRendersAsItShould) {
+  const struct {
+    const char* scenario;
+    HealthStatus status;
+    const char* toolTip;
+  } cases[] = {
+      {"healthy", HealthStatus::green, "ZEV — 4/4 cameras live · 1.8.3"},
+      {"degraded", HealthStatus::yellow, "ZEV — 3/4 cameras live · 1.8.3"},
+      {"all-down", HealthStatus::red, "ZEV — 0/4 cameras live · 1.8.3"},
+      // What a daemon gone wrong may send: markup and absurd figures (yellow:
+      // its issue count overflows), ten thousand cameras, 16 MiB of padding.
+      // An answer over the 1 MiB cap is logged once, and again only after a
+      // sensible one.
+      {"hostile", HealthStatus::yellow,
+       "<qt>ZEV — 4/4 cameras live · &lt;b&gt;1.8.3&lt;/b&gt;&lt;img "
+       "src=&quot;file:///etc/hostname&quot;&gt;</qt>"},
+      {"crowd", HealthStatus::green, "ZEV — 9000/10000 cameras live · 1.8.3"},
+      {"oversized", HealthStatus::red, "ZEV daemon unreachable"},
+      {"oversized&bytes=1048577", HealthStatus::red, "ZEV daemon unreachable"},
+      {"oversized&bytes=1048576", HealthStatus::green, "ZEV — 4/4 cameras live · 1.8.3"},
+      {"oversized&bytes=2000000", HealthStatus::red, "ZEV daemon unreachable"},
+      // Only a 200 with a document that decodes counts (the decoder's own
+      // tests cover the ways a document can be wrong).
+      {"http-503", HealthStatus::red, "ZEV daemon unreachable"},
+      {"malformed-json", HealthStatus::red, "ZEV daemon unreachable"},
+      // Never answers, and the request gives up after 3 s.
+      {"hang", HealthStatus::red, "ZEV daemon unreachable"},
+      // Never silent, never done: only the whole-request deadline ends it.
+      {"trickle", HealthStatus::red, "ZEV daemon unreachable"},
+      {"healthy", HealthStatus::green, "ZEV — 4/4 cameras live · 1.8.3"},
+  };
+  auto controller = makeController(QString::fromStdString(sim->base()));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.scenario);
+    switchTo(c.scenario);
+    clock.now += 5s;
+    const auto started = std::chrono::steady_clock::now();
+    controller->poll();
+    ASSERT_TRUE(waitForPoll(*controller));
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 4500ms);
+    EXPECT_EQ(controller->state().status(), c.status);
+    EXPECT_EQ(controller->state().lastUpdated(), clock.now);
+    EXPECT_EQ(item->toolTip, QString::fromUtf8(c.toolTip));
+    const bool unreachable = item->toolTip == "ZEV daemon unreachable";
+    EXPECT_EQ(controller->state().summary().has_value(), !unreachable);
+    EXPECT_EQ(item->title == " —", unreachable);
+  }
+  EXPECT_THAT(log.messages(),
+              ::testing::Contains(::testing::HasSubstr("larger than 1048576 bytes")).Times(2));
 }
 
 }  // namespace
