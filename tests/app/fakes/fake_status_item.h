@@ -3,14 +3,9 @@
 #ifndef ZEV_TESTS_APP_FAKES_FAKE_STATUS_ITEM_H_
 #define ZEV_TESTS_APP_FAKES_FAKE_STATUS_ITEM_H_
 
-#include <QImage>
-#include <QRect>
-#include <QString>
-#include <functional>
-#include <memory>
-#include <optional>
 #include <vector>
 
+// Brings QImage, QRect, QString, std::function, std::shared_ptr and std::optional.
 #include "app/ports/status_item.h"
 
 namespace zev::testing {
