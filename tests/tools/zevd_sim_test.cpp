@@ -47,7 +47,7 @@ class ZevdSim : public ::testing::Test {
 
 // What each scenario serves is checked on the document itself
 // (zevd_sim_document_test) and through the status item polling the running
-// simulator (status_item_sim_test); here, the control endpoints.
+// simulator (StatusItemSimTest); here, the control endpoints.
 TEST_F(ZevdSim, ControlEndpointsRefuseWhatTheyCannotServeAndPlayAnUpdate) {
   start({"--daemon-version", "1.8.3", "--log-rate", "0", "--err-rate", "0"});
   EXPECT_EQ(post("/sim/scenario?name=custom"), 409);  // no scenario file
