@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "app/fakes/fake_systemctl.h"
 #include "app/fakes/qt_test_main.h"
@@ -34,9 +34,7 @@ class LinuxServiceManagerTest : public ::testing::Test {
   std::string entryText() const { return text(root / "config/autostart/com.zev.launcher.desktop"); }
   static std::string text(const fs::path& file) {
     std::ifstream in(file);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
   }
 
   QTemporaryDir dir;
@@ -49,19 +47,7 @@ TEST_F(LinuxServiceManagerTest, LoginItemIsTheAutostartEntry) {
   auto service = manager().mainAppService();
   EXPECT_EQ(service->statusDescription(), "notRegistered");
   ASSERT_EQ(service->registerService(), std::nullopt);
-  EXPECT_EQ(entryText(),
-            "[Desktop Entry]\n"
-            "Type=Application\n"
-            "Name=ZEV Launcher\n"
-            "Comment=Keeps the zevd camera recorder running and shows its health\n"
-            "Exec=\"" +
-                executable.string() +
-                "\"\n"
-                "TryExec=" +
-                executable.string() +
-                "\n"
-                "Terminal=false\n"
-                "X-GNOME-Autostart-enabled=true\n");
+  EXPECT_EQ(entryText(), autostartEntry(executable.string()));
   EXPECT_EQ(service->statusDescription(), "enabled");
   EXPECT_EQ(service->registerService().value().code, ServiceError::alreadyRegistered);
 
@@ -77,19 +63,22 @@ TEST_F(LinuxServiceManagerTest, LoginItemIsTheAutostartEntry) {
 }
 
 TEST(AutostartEntry, QuotesTheExecutableSoNoCharacterIsReadAsSyntax) {
-  struct Case {
+  EXPECT_EQ(autostartEntry("/home/u/My Apps/ZEV"),
+            "[Desktop Entry]\nType=Application\nName=ZEV Launcher\n"
+            "Comment=Keeps the zevd camera recorder running and shows its health\n"
+            "Exec=\"/home/u/My Apps/ZEV\"\nTryExec=/home/u/My Apps/ZEV\nTerminal=false\n"
+            "X-GNOME-Autostart-enabled=true\n");
+  const struct {
     const char* executable;
     const char* execLine;
     const char* tryExecLine;
-  };
-  const Case cases[] = {
-      {"/home/u/My Apps/ZEV", R"(Exec="/home/u/My Apps/ZEV")", "TryExec=/home/u/My Apps/ZEV"},
+  } cases[] = {
       {"/x/100%/ZEV", R"(Exec="/x/100%%/ZEV")", "TryExec=/x/100%/ZEV"},
       {R"(/x/$HOME/"q"/`id`)", R"(Exec="/x/\\$HOME/\\"q\\"/\\`id\\`")",
        R"(TryExec=/x/$HOME/"q"/`id`)"},
       {R"(/x/a\b)", R"(Exec="/x/a\\\\b")", R"(TryExec=/x/a\\b)"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.executable);
     const std::string text = autostartEntry(c.executable);
     EXPECT_THAT(text, HasSubstr(std::string("\n") + c.execLine + "\n"));
@@ -105,7 +94,7 @@ TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEn
   const auto unitFor = [](const fs::path& bundlePath) {
     return "[Service]\nExecStart=\"" + (bundlePath / "Contents/Helpers/zevd").string() + "\"\n";
   };
-  struct Case {
+  const struct {
     const char* name;
     fs::path bundle;
     const char* subcommand;  // told to answer as below
@@ -113,8 +102,7 @@ TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEn
     const char* output;
     std::optional<int> code;  // nothing: registered
     int calls;  // how far it got: is-enabled, daemon-reload (for a changed unit), enable
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"first registration", bundle, "is-enabled", 1, "disabled\n", std::nullopt, 3},
       {"enabled, same bundle", bundle, "is-enabled", 0, "enabled\n",
        ServiceError::alreadyRegistered, 1},
@@ -128,7 +116,7 @@ TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEn
   const std::vector<std::string> expectedCalls = {"--user is-enabled com.zev.zevd.service",
                                                   "--user daemon-reload",
                                                   "--user enable com.zev.zevd.service"};
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     writeUnitTemplate(c.bundle);
     testing::FakeSystemctl systemctl;
@@ -150,12 +138,11 @@ TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEn
 }
 
 TEST_F(LinuxServiceManagerTest, AutostartSwitchedOffByTheUserStaysOff) {
-  struct Case {
+  const struct {
     const char* name;
     const char* entry;
     bool left;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"Hidden", "[Desktop Entry]\nExec=x\nHidden=true\n", true},
       {"GNOME switch", "[Desktop Entry]\nX-GNOME-Autostart-enabled = false\r\n", true},
       {"switch in another group", "[Desktop Entry]\nExec=x\n[Desktop Action a]\nHidden=true\n",
@@ -164,7 +151,7 @@ TEST_F(LinuxServiceManagerTest, AutostartSwitchedOffByTheUserStaysOff) {
   };
   const fs::path entry = root / "config/autostart/com.zev.launcher.desktop";
   fs::create_directories(entry.parent_path());
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     std::ofstream(entry) << c.entry;
     const auto error = manager().mainAppService()->registerService();
