@@ -25,7 +25,6 @@ struct FakeServiceAnswers {
   // adapter might.
   std::optional<std::string> registerThrows;
   std::optional<ServiceError> unregisterResult;
-  std::string status = "enabled";
 };
 
 class FakeServiceManager : public ServiceManager {
@@ -65,7 +64,7 @@ class FakeServiceManager : public ServiceManager {
     }
     std::string statusDescription() override {
       m_calls.push_back(m_name + ".status");
-      return m_answers.status;
+      return "enabled";
     }
 
    private:

@@ -65,13 +65,11 @@ TEST(HealthNotificationRules, NotifiesOncePerConfirmedChange) {
       {"second poll too soon (popover opened) waits for the next, 4 s will do", "g0 d5 d6 d9",
        {"@9 " + red + "All 4 cameras are down"}},
       {"the only camera", "g0 o5 o10", {"@10 " + red + "The camera is down"}},
-      {"recovery after a red notification", "g0 r5 r10 g15 g20 g25",
-       {"@10 " + stopped, "@20 " + healthy}},
       {"recovery from a start-up red is not announced", "r0 g5 g10", {}},
       {"yellow names the first reason, plain", "g0 y5 y10 g15 g20",
        {"@10 " + degraded, "@20 " + healthy}},
-      {"yellow then red is a second change", "g0 y5 y10 r15 r20",
-       {"@10 " + degraded, "@20 " + stopped}},
+      {"yellow then red is a second change, recovery a third", "g0 y5 y10 r15 r20 g25 g30",
+       {"@10 " + degraded, "@20 " + stopped, "@30 " + healthy}},
       {"a clock that jumps back restarts the wait", "g100 r105 r50 r52 r55", {"@55 " + stopped}},
   };
   for (const auto& c : cases) {
