@@ -9,16 +9,11 @@
 namespace zev {
 namespace {
 
+// `ok` is never part of the verdict.
 HealthSummary summaryWith(int64_t total, int64_t live, std::optional<bool> degraded, double thumbs,
                           int64_t newestAge, bool ok = true) {
-  HealthSummary summary;
-  summary.ok = ok;  // never part of the verdict
-  summary.totalStreams = total;
-  summary.liveStreams = live;
-  summary.degraded = degraded;
-  summary.thumbDropRatio = thumbs;
-  summary.newestFrameAgeMS = newestAge;
-  return summary;
+  return {.ok = ok, .liveStreams = live, .totalStreams = total, .newestFrameAgeMS = newestAge,
+          .thumbDropRatio = thumbs, .degraded = degraded};
 }
 
 TEST(ClassifyHealth, RulesApplyInOrder) {

@@ -99,12 +99,9 @@ TEST(HealthSummaryDerived, DegradedIssueCountExpandsTrailingMoreMarker) {
   };
   for (const auto& [reasons, expected] : cases) {
     SCOPED_TRACE(testing::PrintToString(reasons));
-    HealthSummary summary;
-    summary.degradedReasons = reasons;
-    EXPECT_EQ(summary.degradedIssueCount(), expected);
+    EXPECT_EQ(HealthSummary{.degradedReasons = reasons}.degradedIssueCount(), expected);
   }
-  HealthSummary overflowing;
-  overflowing.degradedReasons = {"a", "more:9223372036854775807"};
+  const HealthSummary overflowing{.degradedReasons = {"a", "more:9223372036854775807"}};
   EXPECT_TRUE(degradedIssueCountOverflows(overflowing.degradedReasons));
   EXPECT_DEATH(overflowing.degradedIssueCount(), "overflows");
 }

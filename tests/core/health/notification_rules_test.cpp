@@ -13,10 +13,7 @@ namespace {
 using Time = HealthNotificationRules::Clock::time_point;
 
 HealthSummary cameras(int live, int total) {
-  HealthSummary summary;
-  summary.totalStreams = total;
-  summary.liveStreams = live;
-  summary.degraded = false;
+  HealthSummary summary{.liveStreams = live, .totalStreams = total, .degraded = false};
   for (int i = 0; i < total; ++i) {
     const std::string n = std::to_string(i);
     summary.cameras.push_back({"cam" + n, "Camera " + n, i < live, 0, {}, {}, {}});
@@ -95,11 +92,8 @@ TEST(HealthNotificationRules, YellowReasonFallsBackFromReasonsToCamerasToFigures
   twoDown.degradedReasons = {"more:7", "   "};  // marker and blank reasons are skipped
   // No reason, no camera down, no verdict: the figures speak.
   const auto figures = [](double thumbDropRatio, int64_t newestFrameAgeMS) {
-    HealthSummary summary = cameras(4, 4);
-    summary.degraded.reset();
-    summary.thumbDropRatio = thumbDropRatio;
-    summary.newestFrameAgeMS = newestFrameAgeMS;
-    return summary;
+    return HealthSummary{
+        .totalStreams = 4, .newestFrameAgeMS = newestFrameAgeMS, .thumbDropRatio = thumbDropRatio};
   };
   HealthSummary overflowing = kDegraded;
   overflowing.degradedReasons = {"disk full", "more:9223372036854775807"};
