@@ -28,10 +28,14 @@ class LinuxServiceManagerTest : public ::testing::Test {
     std::ofstream(unit) << "[Service]\nExecStart=/bin/true\n";
   }
 
-  LinuxServiceManager manager(std::chrono::milliseconds timeout = std::chrono::seconds(25)) {
-    return LinuxServiceManager(bundle, executable, root / "config", timeout);
+  LinuxServiceManager manager(const fs::path& at,
+                              std::chrono::milliseconds timeout = std::chrono::seconds(25)) {
+    return LinuxServiceManager(at, at / "Contents/Linux/ZEVLauncher", root / "config", timeout);
   }
-  std::string entryText() const { return text(root / "config/autostart/com.zev.launcher.desktop"); }
+  std::unique_ptr<AppService> agent(std::chrono::milliseconds timeout = std::chrono::seconds(25)) {
+    return manager(bundle, timeout).agentService("com.zev.zevd.plist");
+  }
+  std::string entryText() const { return text(entryFile); }
   static std::string text(const fs::path& file) {
     std::ifstream in(file);
     return {std::istreambuf_iterator<char>(in), {}};
@@ -41,10 +45,11 @@ class LinuxServiceManagerTest : public ::testing::Test {
   const fs::path root = dir.path().toStdString();
   const fs::path bundle = root / "ZEV.app";
   const fs::path executable = bundle / "Contents/Linux/ZEVLauncher";
+  const fs::path entryFile = root / "config/autostart/com.zev.launcher.desktop";
 };
 
 TEST_F(LinuxServiceManagerTest, LoginItemIsTheAutostartEntry) {
-  auto service = manager().mainAppService();
+  auto service = manager(bundle).mainAppService();
   EXPECT_EQ(service->statusDescription(), "notRegistered");
   ASSERT_EQ(service->registerService(), std::nullopt);
   EXPECT_EQ(entryText(), autostartEntry(executable.string()));
@@ -91,9 +96,6 @@ TEST(AutostartEntry, QuotesTheExecutableSoNoCharacterIsReadAsSyntax) {
 // some other answer.
 TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEnabledAsIs) {
   const fs::path installed = root / "config/systemd/user/com.zev.zevd.service";
-  const auto unitFor = [](const fs::path& bundlePath) {
-    return "[Service]\nExecStart=\"" + (bundlePath / "Contents/Helpers/zevd").string() + "\"\n";
-  };
   const struct {
     const char* name;
     fs::path bundle;
@@ -121,15 +123,12 @@ TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEn
     writeUnitTemplate(c.bundle);
     testing::FakeSystemctl systemctl;
     systemctl.answer(c.subcommand, c.exitStatus, c.output);
-    const auto error =
-        LinuxServiceManager(c.bundle, c.bundle / "Contents/Linux/ZEVLauncher", root / "config")
-            .agentService("com.zev.zevd.plist")
-            ->registerService();
-    EXPECT_EQ(error.has_value(), c.code.has_value());
-    if (error && c.code) EXPECT_EQ(error->code, *c.code);
+    const auto error = manager(c.bundle).agentService("com.zev.zevd.plist")->registerService();
+    EXPECT_EQ(error ? std::optional(error->code) : std::nullopt, c.code);
     EXPECT_EQ(systemctl.calls(),
               std::vector(expectedCalls.begin(), expectedCalls.begin() + c.calls));
-    EXPECT_EQ(text(installed), unitFor(c.bundle));
+    EXPECT_EQ(text(installed),
+              "[Service]\nExecStart=\"" + (c.bundle / "Contents/Helpers/zevd").string() + "\"\n");
   }
   // A quote, a percent sign or a dollar in the path stays one literal word.
   EXPECT_EQ(unitForDaemon("[Unit]\nA=b\n[Service]\nExecStart=/old\nExecStart=/older\n",
@@ -149,12 +148,11 @@ TEST_F(LinuxServiceManagerTest, AutostartSwitchedOffByTheUserStaysOff) {
        false},
       {"switched on", "[Desktop Entry]\nHidden=false\nX-GNOME-Autostart-enabled=true\n", false},
   };
-  const fs::path entry = root / "config/autostart/com.zev.launcher.desktop";
-  fs::create_directories(entry.parent_path());
+  fs::create_directories(entryFile.parent_path());
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    std::ofstream(entry) << c.entry;
-    const auto error = manager().mainAppService()->registerService();
+    std::ofstream(entryFile) << c.entry;
+    const auto error = manager(bundle).mainAppService()->registerService();
     EXPECT_EQ(error.has_value(), c.left);
     if (error) EXPECT_EQ(error->code, ServiceError::switchedOffByUser);
     EXPECT_EQ(entryText() == c.entry, c.left);
@@ -164,24 +162,21 @@ TEST_F(LinuxServiceManagerTest, AutostartSwitchedOffByTheUserStaysOff) {
 TEST_F(LinuxServiceManagerTest, AgentFailuresSayWhichCommandFailedAndWhy) {
   testing::FakeSystemctl systemctl;
   // is-enabled's complaint about a unit it does not know is no state.
-  EXPECT_EQ(manager().agentService("com.zev.zevd.plist")->statusDescription(),
-            "unknown (Failed to get unit file state for com.zev.zevd.service: No such file or "
-            "directory)");
+  EXPECT_EQ(agent()->statusDescription(), "unknown (Failed to get unit file state for "
+                                          "com.zev.zevd.service: No such file or directory)");
   systemctl.answer("daemon-reload", 1, "Failed to reload daemon: Access denied\n");
-  EXPECT_EQ(manager().agentService("com.zev.zevd.plist")->registerService().value().fullDescription,
+  EXPECT_EQ(agent()->registerService().value().fullDescription,
             "Error Domain=systemd Code=1 \"systemctl --user daemon-reload exited 1: Failed to "
             "reload daemon: Access denied\"");
   // The unit is in place now; registering again goes straight to a hanging enable.
   systemctl.delay("enable", 30);
-  const auto error =
-      manager(std::chrono::milliseconds(300)).agentService("com.zev.zevd.plist")->registerService();
+  const auto error = agent(std::chrono::milliseconds(300))->registerService();
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code, serviceCommandFailed);
   EXPECT_THAT(error->localizedDescription, HasSubstr("did not exit within 300 ms"));
   QTemporaryDir emptyBin;
   testing::ScopedEnv path("PATH", emptyBin.path().toStdString());
-  EXPECT_EQ(manager().agentService("com.zev.zevd.plist")->registerService().value().code,
-            serviceCommandFailed);
+  EXPECT_EQ(agent()->registerService().value().code, serviceCommandFailed);
 }
 
 }  // namespace
