@@ -24,12 +24,9 @@ HealthSummary cameras(int live, int total) {
 const HealthSummary kHealthy = cameras(4, 4);
 const HealthSummary kAllDown = cameras(0, 4);
 const HealthSummary kOneDown = cameras(0, 1);
-const HealthSummary kDegraded = [] {
-  HealthSummary summary = cameras(4, 4);
-  summary.degraded = true;
-  summary.degradedReasons = {"more:0", "uplink on <b>wifi</b>\n& slow", "disk 91 % full", "more:2"};
-  return summary;
-}();
+const HealthSummary kDegraded{
+    .totalStreams = 4, .degraded = true,
+    .degradedReasons = {"more:0", "uplink on <b>wifi</b>\n& slow", "disk 91 % full", "more:2"}};
 
 // A poll by letter: 'g'reen, 'y'ellow, red with all cameras 'd'own or the
 // 'o'nly one down, else unreachable. (The failures' own texts are the
