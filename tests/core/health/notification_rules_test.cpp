@@ -52,18 +52,16 @@ TEST(HealthNotificationRules, NotifiesOncePerConfirmedChange) {
     const char* polls;
     std::vector<std::string> expected;  // "@<seconds> title | body"
   } cases[] = {
-      {"start-up colour is not news", "r0 r5 r10", {}},
+      {"start-up colour is not news, nor is recovering from it", "r0 r5 r10 g15 g20", {}},
       {"red for two polls", "g0 r5 r10 r15 r20", {"@10 " + stopped}},
       {"one red poll is flapping", "g0 r5 g10 r15 g20", {}},
       {"alternating red and yellow never settles", "g0 r5 y10 r15 y20", {}},
       {"second poll too soon (popover opened) waits for the next, 4 s will do", "g0 d5 d6 d9",
        {"@9 " + red + "All 4 cameras are down"}},
-      {"the only camera", "g0 o5 o10", {"@10 " + red + "The camera is down"}},
-      {"recovery from a start-up red is not announced", "r0 g5 g10", {}},
       {"yellow names the first reason, plain", "g0 y5 y10 g15 g20",
        {"@10 " + degraded, "@20 " + healthy}},
-      {"yellow then red is a second change, recovery a third", "g0 y5 y10 r15 r20 g25 g30",
-       {"@10 " + degraded, "@20 " + stopped, "@30 " + healthy}},
+      {"yellow, then red for the only camera, then recovery", "g0 y5 y10 o15 o20 g25 g30",
+       {"@10 " + degraded, "@20 " + red + "The camera is down", "@30 " + healthy}},
       {"a clock that jumps back restarts the wait", "g100 r105 r50 r52 r55", {"@55 " + stopped}},
   };
   for (const auto& c : cases) {

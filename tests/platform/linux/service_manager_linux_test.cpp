@@ -96,6 +96,7 @@ TEST(AutostartEntry, QuotesTheExecutableSoNoCharacterIsReadAsSyntax) {
 // some other answer.
 TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEnabledAsIs) {
   const fs::path installed = root / "config/systemd/user/com.zev.zevd.service";
+  constexpr int kAlready = ServiceError::alreadyRegistered;
   const struct {
     const char* name;
     fs::path bundle;
@@ -105,11 +106,9 @@ TEST_F(LinuxServiceManagerTest, AgentUnitRunsThisBundlesDaemon_AlreadyOnlyWhenEn
     std::optional<int> code;  // nothing: registered
     int calls;  // how far it got: is-enabled, daemon-reload (for a changed unit), enable
   } cases[] = {
-      {"first registration", bundle, "is-enabled", 1, "disabled\n", std::nullopt, 3},
-      {"enabled, same bundle", bundle, "is-enabled", 0, "enabled\n",
-       ServiceError::alreadyRegistered, 1},
-      {"enabled, bundle moved", root / "moved/ZEV.app", "is-enabled", 0, "enabled\n",
-       std::nullopt, 3},
+      {"first registration", bundle, "is-enabled", 1, "disabled\n", {}, 3},
+      {"enabled, same bundle", bundle, "is-enabled", 0, "enabled\n", kAlready, 1},
+      {"enabled, bundle moved", root / "moved/ZEV.app", "is-enabled", 0, "enabled\n", {}, 3},
       {"'already' in a failure", bundle, "enable", 1,
        "Failed to enable unit: File already exists and is masked.\n", 1, 3},
       {"no user manager", root / "third/ZEV.app", "daemon-reload", 1, "Failed to connect to bus: No medium found\n",
