@@ -49,8 +49,7 @@ class FakeServiceManager : public ServiceManager {
   }
 
  private:
-  class Service : public AppService {
-   public:
+  struct Service : AppService {
     Service(std::string name, const FakeServiceAnswers& answers, std::vector<std::string>& calls)
         : m_name(std::move(name)), m_answers(answers), m_calls(calls) {}
     std::optional<ServiceError> registerService() override {
@@ -67,7 +66,6 @@ class FakeServiceManager : public ServiceManager {
       return "enabled";
     }
 
-   private:
     std::string m_name;
     const FakeServiceAnswers& m_answers;
     std::vector<std::string>& m_calls;
