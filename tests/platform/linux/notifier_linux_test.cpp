@@ -19,7 +19,6 @@ namespace zev {
 namespace {
 
 using ::testing::ElementsAre;
-using testing::FakeSystemLog;
 
 const QString kPath = QStringLiteral("/org/freedesktop/Notifications");
 const QString kInterface = QStringLiteral("org.freedesktop.Notifications");
@@ -81,7 +80,7 @@ class FreedesktopNotifierTest : public ::testing::Test {
   testing::PrivateBus bus;
   StandInServer server;
   QDBusConnection serverBus{QString()};
-  FakeSystemLog log;
+  testing::FakeSystemLog log;
 };
 
 const Notification kStopped{NotificationKind::recordingStopped, "ZEV recording stopped",
@@ -131,7 +130,7 @@ TEST_F(FreedesktopNotifierTest, AMissingServiceIsLoggedOnceUntilItWorksAgain) {
   EXPECT_EQ(log.messages().back(), "desktop notifications work again");
   // Whether this server reads markup is not known yet: escaped to be safe.
   EXPECT_EQ(server.calls.back().body.toStdString(), kEscaped);
-  FakeSystemLog noBusLog;
+  testing::FakeSystemLog noBusLog;
   FreedesktopNotifier noBus(QDBusConnection(QString()), noBusLog);
   for (int i = 0; i < 2; ++i) noBus.show(kStopped);
   EXPECT_THAT(noBusLog.messages(), ElementsAre(::testing::HasSubstr("(no session bus)")));
