@@ -28,8 +28,7 @@
 
 namespace zev::testing {
 
-class FakeBundleInfo : public BundleInfo {
- public:
+struct FakeBundleInfo : BundleInfo {
   std::filesystem::path bundle = "/Applications/ZEV.app";
   std::filesystem::path home = "/home/tester";
   // nullopt stands for a value of another type (a number, a boolean, …).
@@ -43,8 +42,7 @@ class FakeBundleInfo : public BundleInfo {
   std::filesystem::path homeDirectory() override { return home; }
 };
 
-class FakeWorkspace : public Workspace {
- public:
+struct FakeWorkspace : Workspace {
   std::vector<std::string> openedURLs;
   std::vector<std::filesystem::path> revealedFiles;
 
@@ -52,8 +50,7 @@ class FakeWorkspace : public Workspace {
   void revealFile(const std::filesystem::path& file) override { revealedFiles.push_back(file); }
 };
 
-class FakeAppActivation : public AppActivation {
- public:
+struct FakeAppActivation : AppActivation {
   std::vector<std::string> calls;  // "accessory", "regular", "activate"
 
   void becomeAccessory() override { calls.push_back("accessory"); }

@@ -25,7 +25,6 @@ struct FakeServiceAnswers {
   // adapter might.
   std::optional<std::string> registerThrows;
   std::optional<ServiceError> unregisterResult;
-  std::string status = "enabled";
 };
 
 class FakeServiceManager : public ServiceManager {
@@ -50,8 +49,7 @@ class FakeServiceManager : public ServiceManager {
   }
 
  private:
-  class Service : public AppService {
-   public:
+  struct Service : AppService {
     Service(std::string name, const FakeServiceAnswers& answers, std::vector<std::string>& calls)
         : m_name(std::move(name)), m_answers(answers), m_calls(calls) {}
     std::optional<ServiceError> registerService() override {
@@ -65,10 +63,9 @@ class FakeServiceManager : public ServiceManager {
     }
     std::string statusDescription() override {
       m_calls.push_back(m_name + ".status");
-      return m_answers.status;
+      return "enabled";
     }
 
-   private:
     std::string m_name;
     const FakeServiceAnswers& m_answers;
     std::vector<std::string>& m_calls;

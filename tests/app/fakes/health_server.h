@@ -68,9 +68,7 @@ class HealthServer {
 
 // A loopback port with nothing listening on it.
 inline int closedPort() {
-  httplib::Server probe;
-  const int port = probe.bind_to_any_port("127.0.0.1");
-  return port;  // closed again when `probe` goes
+  return httplib::Server().bind_to_any_port("127.0.0.1");  // closed again with the server
 }
 
 }  // namespace zev::testing

@@ -16,13 +16,11 @@ namespace zev {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr int kWaitMS = 10000;
 
 // Stands in for the desktop's file manager and remembers what it was shown.
-class FakeFileManager : public QDBusVirtualObject {
- public:
+struct FakeFileManager : QDBusVirtualObject {
   QList<QStringList> shown;
 
   QString introspect(const QString&) const override { return {}; }
@@ -65,7 +63,7 @@ TEST(LinuxWorkspace, AsksTheFileManagerToShowTheFile_OrFallsBackWhenNoneAnswers)
   EXPECT_THAT(fileManager.shown,
               ElementsAre(QStringList{QStringLiteral("file:///home/tester/.zevd/zevd%20log.txt")}));
   QTest::qWait(50);  // an error answer, had there been one, would be in by now
-  EXPECT_THAT(opened, IsEmpty());
+  EXPECT_THAT(opened, ::testing::IsEmpty());
 
   // The file manager leaves the bus: the folder is opened instead.
   ASSERT_TRUE(fileManagerBus.unregisterService(QStringLiteral("org.freedesktop.FileManager1")));
