@@ -333,63 +333,57 @@ TEST(UpdateVerification, OnlyAReadableInstallingOrVerifyingRecordIsResumed) {
   }
 }
 
-// The deadline is the saved updatedAt plus the window, fixed at start: a
-// relaunch while verifying keeps it, a first launch after installing starts it.
-TEST(UpdateVerification, DeadlineIsFixedFromTheSavedUpdateTime) {
+// A resumed attempt ends as its samples and its deadline say. The deadline is
+// the saved updatedAt plus the window, fixed at start: a relaunch while
+// verifying keeps it, a first launch after installing starts it. Samples in
+// arrival order: h healthy, u unreachable (no usable answer), w wrong version
+// (as is every sample past the script); one tick per scripted sample. Three
+// healthy ones in a row certify; a missing sample does not break the row, an
+// unhealthy one does (the verifier's own test has the rest of the rule).
+TEST(UpdateVerification, EndsAsItsSamplesAndItsDeadlineSay) {
+  using enum UpdateState;
+  const std::string timedOut = "health certification timed out after ";
   const struct {
     const char* name;
     UpdateState state;
     std::chrono::milliseconds age;
     std::optional<std::string> bundleWindow;
-    int timedOutAfter;  // seconds; 0: the first tick asks for health
+    std::string answers;
+    int requests;
+    UpdateState after;
+    std::optional<std::string> reason = std::nullopt;  // once finished
   } cases[] = {
-      {"verifying, began exactly 180 s ago", UpdateState::verifying, 180s, {}, 180},
-      {"verifying, began 179.999 s ago", UpdateState::verifying, 179999ms, {}, 0},
-      {"installing long ago: the window starts now", UpdateState::installing, 3600s, {}, 0},
-      {"bundle window of 30 s", UpdateState::verifying, 31s, "30", 30},
-      {"unusable bundle window means 180 s", UpdateState::verifying, 31s, "thirty", 0},
-      {"zero bundle window means 180 s", UpdateState::verifying, 31s, "0", 0},
+      {"began exactly 180 s ago", verifying, 180s, {}, "", 0, failed, timedOut + "180 seconds"},
+      {"began 179.999 s ago", verifying, 179999ms, {}, "", 1, verifying},
+      {"installing long ago: the window starts now", installing, 3600s, {}, "", 1, verifying},
+      {"bundle window of 30 s", verifying, 31s, "30", "", 0, failed, timedOut + "30 seconds"},
+      {"unusable bundle window means 180 s", verifying, 31s, "thirty", "", 1, verifying},
+      {"zero bundle window means 180 s", verifying, 31s, "0", "", 1, verifying},
+      // "left over", the installing record's reason, is cleared.
+      {"hhuuh", installing, 0s, {}, "hhuuh", 5, certified},
+      {"hwhhh", installing, 0s, {}, "hwhhh", 5, certified},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     UpdateTest t;
-    t.serveAlways({200, healthy});  // the old version: never certifies
-    if (c.bundleWindow) t.bundleInfo.values["ZEVCertificationWindowSeconds"] = c.bundleWindow;
-    t.saveAttempt(c.state, c.age);
-    t.resumeAndTick(0);
-    EXPECT_EQ(t.coordinator->healthRequestsStarted(), c.timedOutAfter ? 0 : 1);
-    const UpdateTransaction record = *t.store().loadActive();
-    EXPECT_EQ(record.state(), c.timedOutAfter ? UpdateState::failed : UpdateState::verifying);
-    if (!c.timedOutAfter) continue;
-    EXPECT_EQ(record.failureReason(), "health certification timed out after " +
-                                          std::to_string(c.timedOutAfter) + " seconds");
-    EXPECT_EQ(record.updatedAt(), t.now());
-    EXPECT_THAT(t.log.messages(), ElementsAre("update 2.0.0 finished state=failed"));
-  }
-}
-
-// Samples in arrival order: h healthy, u unreachable (no usable answer),
-// w wrong version. Three healthy ones in a row certify; a missing sample
-// does not break the row, an unhealthy one does (the verifier's own test
-// has the rest of the rule).
-TEST(UpdateVerification, ThreeHealthySamplesInARowCertify) {
-  for (const std::string answers : {"hhuuh", "hwhhh"}) {
-    SCOPED_TRACE(answers);
-    UpdateTest t;
-    t.serve([answers](int n) -> testing::HealthServer::Response {
+    t.serve([answers = c.answers](int n) -> testing::HealthServer::Response {
       const char kind = n < int(answers.size()) ? answers[n] : 'w';
       return {kind == 'u' ? 500 : 200, kind == 'u'   ? "{}"
                                        : kind == 'h' ? healthyTarget
                                                      : healthy};
     });
-    t.saveAttempt(UpdateState::installing);
-    t.resumeAndTick(9);
-    ASSERT_FALSE(t.coordinator->isVerifying());
-    EXPECT_EQ(t.coordinator->healthRequestsStarted(), int(answers.size()));
+    if (c.bundleWindow) t.bundleInfo.values["ZEVCertificationWindowSeconds"] = c.bundleWindow;
+    t.saveAttempt(c.state, c.age);
+    t.resumeAndTick(int(c.answers.size()));
+    EXPECT_EQ(t.coordinator->healthRequestsStarted(), c.requests);
+    EXPECT_EQ(t.coordinator->isVerifying(), c.after == verifying);
     const UpdateTransaction record = *t.store().loadActive();
-    EXPECT_EQ(record.state(), UpdateState::certified);
-    EXPECT_EQ(record.failureReason(), std::nullopt);  // "left over" is cleared
-    EXPECT_THAT(t.log.messages(), ElementsAre("update 2.0.0 finished state=certified"));
+    EXPECT_EQ(record.state(), c.after);
+    if (c.after == verifying) continue;
+    EXPECT_EQ(record.failureReason(), c.reason);
+    EXPECT_EQ(record.updatedAt(), t.now());
+    EXPECT_THAT(t.log.messages(),
+                ElementsAre("update 2.0.0 finished state=" + std::string(rawValue(c.after))));
     EXPECT_THAT(t.finished, ElementsAre(record));
   }
 }
