@@ -14,10 +14,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThreadPool>
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -276,13 +276,10 @@ TEST(UpdatePreparation, UpdaterStartsAutomaticAndTheUserDriverSwitchesActivation
 // Its buttons are the updater's test's.
 TEST(UpdateCheckFeedbackWindowTest, OfferIsPlainTextInOneReusedWindow) {
   UpdateCheckFeedbackWindow window;
-  UpdateCheckFeedback feedback;
-  feedback.kind = UpdateCheckFeedback::Kind::checking;
-  window.show(feedback);
+  window.show({.kind = UpdateCheckFeedback::Kind::checking});
   QMessageBox* first = window.window();
-  feedback.kind = UpdateCheckFeedback::Kind::updateAvailable;
-  feedback.item = UpdateItem{"200", "<b>2.0</b>"};
-  window.show(feedback);
+  window.show({.kind = UpdateCheckFeedback::Kind::updateAvailable,
+               .item = UpdateItem{"200", "<b>2.0</b>"}});
   ASSERT_EQ(window.window(), first);
   EXPECT_EQ(first->text(), QStringLiteral("ZEV Launcher <b>2.0</b> is available."));
   EXPECT_EQ(first->textFormat(), Qt::PlainText);
@@ -301,11 +298,9 @@ TEST(AppDelegateUpdatesTest, PopoverCheckReachesTheUpdaterStartedAtLaunch) {
   delegate.updates().setSentinelPathForTesting(dir.filePath("trigger").toStdString());
   delegate.applicationDidFinishLaunching();
   ASSERT_NE(delegate.statusController(), nullptr);
-  delegate.statusController()->togglePopover();
-  delegate.statusController()
-      ->popover()
-      ->findChild<QAbstractButton*>("checkUpdatesButton")
-      ->click();
+  StatusItemController& status = *delegate.statusController();
+  status.togglePopover();
+  status.popover()->findChild<QAbstractButton*>("checkUpdatesButton")->click();
   EXPECT_EQ(fakes.updater->count("userInitiated"), 1);
 }
 
@@ -368,9 +363,7 @@ TEST(UpdateVerification, EndsAsItsSamplesAndItsDeadlineSay) {
     UpdateTest t;
     t.serve([answers = c.answers](int n) -> testing::HealthServer::Response {
       const char kind = n < int(answers.size()) ? answers[n] : 'w';
-      return {kind == 'u' ? 500 : 200, kind == 'u'   ? "{}"
-                                       : kind == 'h' ? healthyTarget
-                                                     : healthy};
+      return {kind == 'u' ? 500 : 200, kind == 'h' ? healthyTarget : kind == 'u' ? "{}" : healthy};
     });
     if (c.bundleWindow) t.bundleInfo.values["ZEVCertificationWindowSeconds"] = c.bundleWindow;
     t.saveAttempt(c.state, c.age);
@@ -417,11 +410,9 @@ TEST(UpdateVerification, CertifyingPrunesArchivesUpToAPathOutsideTheRoot) {
     t.saveAttempt(UpdateState::installing, 1s, archives / "current");
     t.resumeAndTick(2);
     EXPECT_EQ(t.store().loadActive()->state(), UpdateState::certified);
-    std::vector<std::string> left;
-    for (const auto& entry : fs::directory_iterator(archives)) {
-      left.push_back(entry.path().filename().string());
-    }
-    std::sort(left.begin(), left.end());
+    std::set<std::string> left;
+    for (const auto& entry : fs::directory_iterator(archives))
+      left.insert(entry.path().filename().string());
     if (!*stray) {
       EXPECT_THAT(left, ElementsAre("certified-2", "certified-3", "current", "failed"));
       continue;
