@@ -234,10 +234,9 @@ TEST(UpdatePreparation, HealthyDaemonRecordsInstallingAndReleasesOnce_AlsoOnTheU
     // The archive sits directly in <reliability>/archives, named by an
     // upper-case UUID of its own, not the transaction's.
     const fs::path archive = record->archivePath();
-    const std::optional<Uuid> archiveID = Uuid::parse(archive.extension().string().substr(1));
-    ASSERT_TRUE(archiveID);
-    EXPECT_EQ(archive, t.reliability() / "archives" / ("ZEV.app." + archiveID->string()));
-    EXPECT_NE(*archiveID, record->id());
+    const Uuid archiveID = Uuid::parse(archive.extension().string().substr(1)).value();
+    EXPECT_EQ(archive, t.reliability() / "archives" / ("ZEV.app." + archiveID.string()));
+    EXPECT_NE(archiveID, record->id());
     EXPECT_THAT(t.tool->calls(),
                 ElementsAre("copy " + t.bundleInfo.bundle.string() + " " + archive.string(),
                             "verify " + archive.string()));
