@@ -311,13 +311,13 @@ TEST(UpdateVerification, AnUnreadableOrUnsavableRecordIsNotResumed) {
 }
 
 // Only an installing or verifying attempt is resumed; it ends as its samples
-// and its deadline say, and says so once. The deadline is
-// the saved updatedAt plus the window, fixed at start: a relaunch while
-// verifying keeps it, a first launch after installing starts it. Samples in
-// arrival order: h healthy, u unreachable (no usable answer), w wrong version
-// (as is every sample past the script); one tick per scripted sample. Three
-// healthy ones in a row certify; a missing sample does not break the row, an
-// unhealthy one does (the verifier's own test has the rest of the rule).
+// and its deadline say, and says so once. The deadline is the saved updatedAt
+// plus the window, fixed at start: a relaunch while verifying keeps it, a
+// first launch after installing starts it. Samples in arrival order:
+// h healthy, u unreachable (no usable answer), w wrong version (as is every
+// sample past the script); one tick per scripted sample. Three healthy ones in
+// a row certify; a missing sample does not break the row, an unhealthy one
+// does (the verifier's own test has the rest of the rule).
 TEST(UpdateVerification, EndsAsItsSamplesAndItsDeadlineSay) {
   using enum UpdateState;
   const std::string timedOut = "health certification timed out after ";
